@@ -1,6 +1,9 @@
 #ifndef STRATA_PROCESS_DAEMON_HANDLER_HPP
 #define STRATA_PROCESS_DAEMON_HANDLER_HPP
 
+#include <sys/socket.h>
+
+#include <cstddef>
 #include <string>
 
 #include "process/daemon_handler_interface.hpp"
@@ -21,6 +24,10 @@ public:
     void set_system_call(System_call_api_interface* system_call) override;
 
 private:
+    bool preconditions_hold();
+    bool receive_ready(int descriptor, msghdr& message, char* buffer, std::size_t capacity);
+    std::string bound_path() const;
+
     std::string socket_path;
     int socket_descriptor{-1};
     System_call_api_interface* system_call;

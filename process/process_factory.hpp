@@ -1,6 +1,9 @@
 #ifndef STRATA_PROCESS_PROCESS_FACTORY_HPP
 #define STRATA_PROCESS_PROCESS_FACTORY_HPP
 
+#include <signal.h>
+#include <sys/types.h>
+
 #include <atomic>
 #include <string>
 #include <thread>
@@ -22,7 +25,24 @@ public:
     bool is_running() override;
 
 private:
+    // Everything the child needs between fork and execve. It is made before fork because
+    // the child of a threaded process may only make async-signal-safe calls.
+    struct Child_preparation {
+        pid_t parent_pid;
+        std::string fork_done_line;
+        std::string execve_failure_line;
+        std::string execve_result_prefix;
+        std::string final_line;
+        struct sigaction default_action;
+        sigset_t empty_mask;
+    };
+
+    void collect_vectors(std::vector<std::string>& arguments, const std::vector<std::string>& environment);
+    static Child_preparation prepare_child();
+    int run_child(const std::string& path, const Child_preparation& preparation);
+    int run_parent();
     static void* wait_for_child(void* factory);
+    void report_child_end(pid_t result);
 
     System_call_api_interface* system_call;
     pid_t child_pid{-1};

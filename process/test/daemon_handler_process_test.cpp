@@ -1,0 +1,156 @@
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "process/daemon_handler.hpp"
+#include "process/system_call_api.hpp"
+
+using testing::HasSubstr;
+
+namespace {
+
+bool exists(const std::string& path)
+{
+    struct stat information {};
+    return ::lstat(path.c_str(), &information) == 0;
+}
+
+int count_of(const std::string& text, const std::string& part)
+{
+    int count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+        ++count;
+    }
+    return count;
+}
+
+class DaemonHandlerProcessTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        char name[] = "/tmp/strata-notify-XXXXXX";
+        ASSERT_NE(::mkdtemp(name), nullptr);
+        directory = name;
+        socket_path = directory + "/launch_daemon";
+    }
+    void TearDown() override { (void)std::system(("rm -rf '" + directory + "'").c_str()); }
+
+    void send_datagram(const std::string& payload, const std::string& path)
+    {
+        const int descriptor = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ASSERT_GE(descriptor, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        const ssize_t sent = ::sendto(descriptor, payload.data(), payload.size(), 0,
+                                      reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        ::close(descriptor);
+        ASSERT_EQ(sent, static_cast<ssize_t>(payload.size()));
+    }
+    void send_datagram(const std::string& payload) { send_datagram(payload, socket_path); }
+
+    System_call_api system_call;
+    std::string directory;
+    std::string socket_path;
+};
+
+TEST_F(DaemonHandlerProcessTest, ReadinessSentBeforeTheWaitIsSeenOnTheFirstPoll)
+{
+    Daemon_handler handler(socket_path, &system_call);
+    ASSERT_TRUE(handler.init_socket_for_notify());
+    send_datagram("READY=1\n");
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(handler.get_ready_child(0));
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("[Daemon_handler]: get_child_ready =  1\n"));
+}
+
+TEST_F(DaemonHandlerProcessTest, GarbageThenReady_OneIgnoredLineThenTrue)
+{
+    Daemon_handler handler(socket_path, &system_call);
+    ASSERT_TRUE(handler.init_socket_for_notify());
+    send_datagram("STATUS=loading manifests");
+    send_datagram("READY=1");
+    testing::internal::CaptureStderr();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(handler.get_ready_child(3));
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(count_of(text, "Daemon_handler: Getting message :"), 2);
+    EXPECT_THAT(text, HasSubstr("Daemon_handler: Getting message :STATUS=loading manifests\n"));
+    // One datagram per poll: the second is read after one sleep.
+    EXPECT_LT(elapsed, std::chrono::milliseconds(500));
+}
+
+TEST_F(DaemonHandlerProcessTest, OversizedDatagramIsCutAndTheNextOneStillCounts)
+{
+    Daemon_handler handler(socket_path, &system_call);
+    ASSERT_TRUE(handler.init_socket_for_notify());
+    send_datagram(std::string(6000, 'z'));
+    send_datagram("READY=1");
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(handler.get_ready_child(2));
+    const std::string text = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(text, HasSubstr("Daemon_handler: Getting message :" + std::string(4096, 'z') + "\n"));
+}
+
+TEST_F(DaemonHandlerProcessTest, NothingSent_TimesOutAfterTheLimit)
+{
+    Daemon_handler handler(socket_path, &system_call);
+    ASSERT_TRUE(handler.init_socket_for_notify());
+    testing::internal::CaptureStderr();
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(handler.get_ready_child(1));
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("timeout reached for child_ready \n"));
+    EXPECT_GE(elapsed, std::chrono::milliseconds(1000));
+    EXPECT_LT(elapsed, std::chrono::milliseconds(2000));
+}
+
+TEST_F(DaemonHandlerProcessTest, StaleFileIsReplacedAndTheSocketFileIsRemovedOnDestruction)
+{
+    std::ofstream(socket_path) << "left by an earlier run";
+    {
+        Daemon_handler handler(socket_path, &system_call);
+        ASSERT_TRUE(handler.init_socket_for_notify());
+        struct stat information {};
+        ASSERT_EQ(::stat(socket_path.c_str(), &information), 0);
+        EXPECT_TRUE(S_ISSOCK(information.st_mode));
+    }
+    EXPECT_FALSE(exists(socket_path));
+}
+
+TEST_F(DaemonHandlerProcessTest, LongPathIsBoundCutAndThatFileIsRemoved)
+{
+    std::string long_path = directory + "/";
+    long_path += std::string(120 - long_path.size(), 'n');
+    const std::string cut = long_path.substr(0, 107);
+    {
+        Daemon_handler handler(long_path, &system_call);
+        ASSERT_TRUE(handler.init_socket_for_notify());
+        EXPECT_TRUE(exists(cut));
+        send_datagram("READY=1", cut);
+        testing::internal::CaptureStderr();
+        EXPECT_TRUE(handler.get_ready_child(0));
+        (void)testing::internal::GetCapturedStderr();
+    }
+    EXPECT_FALSE(exists(cut));
+}
+
+TEST_F(DaemonHandlerProcessTest, BindIntoAMissingDirectoryFails)
+{
+    Daemon_handler handler(directory + "/missing/launch_daemon", &system_call);
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(handler.init_socket_for_notify());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[Daemon_handler]: bind error\n");
+}
+
+}  // namespace
