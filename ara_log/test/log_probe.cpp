@@ -1,0 +1,60 @@
+// Logs the way the launcher does, so that a test can watch what reaches the log daemon.
+//   log_probe once      one debug and one error message, then exit
+//   log_probe threads   many short streams from several threads at once
+//   log_probe raise     one error message, then a debug message every 20 ms for up to 5 s,
+//                       until the context's level is raised remotely
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ara/log/logging.hpp"
+
+namespace {
+
+void log_from_threads()
+{
+    std::vector<std::thread> threads;
+    for (int index = 0; index < 4; ++index) {
+        threads.emplace_back([index] {
+            for (std::int32_t count = 0; count < 200; ++count) {
+                ara::log::LogError() << "thread " << index << " message " << count;
+                ara::log::LogDebug() << "filtered " << count;
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+void log_until_raised()
+{
+    ara::log::LogError() << "probe waiting for a raised level";
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    for (std::int32_t count = 0; std::chrono::steady_clock::now() < deadline; ++count) {
+        ara::log::LogDebug() << "debug after raise" << count;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string mode = argc > 1 ? argv[1] : "once";
+    ara::log::InitLogging("LAUC", "Launcher for com daemon container", ara::log::LogLevel::kError,
+                          ara::log::LogMode::kRemote, "");
+    if (mode == "threads") {
+        log_from_threads();
+    } else if (mode == "raise") {
+        log_until_raised();
+    } else {
+        ara::log::LogDebug() << "debug message must stay local";
+        auto stream = ara::log::LogError();
+        stream << "error message from probe" << std::int32_t{42} << true << 1.5 << std::string("end");
+        stream.Flush();
+    }
+    return 0;
+}
