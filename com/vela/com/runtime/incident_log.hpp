@@ -1,0 +1,25 @@
+#ifndef VELA_COM_RUNTIME_INCIDENT_LOG_HPP
+#define VELA_COM_RUNTIME_INCIDENT_LOG_HPP
+
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+namespace vela {
+namespace com {
+namespace runtime {
+
+// Protocol anomalies and runtime troubles, each one line of JSON through ara::log
+// (and on standard error when STRATA_COM_TRACE is set), so that they can be filtered
+// and counted by field.
+class Incident_log {
+public:
+    static void report(const std::string& incident, nlohmann::json details);
+    static std::string format(const std::string& incident, nlohmann::json details);
+};
+
+}  // namespace runtime
+}  // namespace com
+}  // namespace vela
+
+#endif

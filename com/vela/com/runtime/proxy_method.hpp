@@ -1,0 +1,92 @@
+#ifndef VELA_COM_RUNTIME_PROXY_METHOD_HPP
+#define VELA_COM_RUNTIME_PROXY_METHOD_HPP
+
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "vela/com/runtime/incident_log.hpp"
+#include "vela/com/runtime/proxy_binding.hpp"
+
+namespace vela {
+namespace com {
+namespace runtime {
+
+constexpr const char* kServiceNotAvailable = "Service not available exception";
+constexpr const char* kTransportException = "Transport exception";
+
+// The consumer's end of one method: sends the request and turns the answer into the
+// future's value or exception. The answer is decoded on the I/O thread, so a caller
+// may wait on the future from any handler.
+template <typename Output>
+class Proxy_method {
+public:
+    using Decoder = std::function<Output(const std::vector<std::uint8_t>&)>;
+
+    Proxy_method(std::shared_ptr<Proxy_binding> binding, const std::string& method_name, Decoder decode)
+        : binding_(std::move(binding)),
+          method_id_(binding_->service().method_id(method_name)),
+          decode_(std::make_shared<Decoder>(std::move(decode)))
+    {
+    }
+
+protected:
+    // Throws "Service not available exception" when the instance is not offered.
+    std::future<Output> call(std::vector<std::uint8_t> payload)
+    {
+        auto promise = std::make_shared<std::promise<Output>>();
+        std::future<Output> future = promise->get_future();
+        const HandleType& handle = binding_->handle();
+        auto decode = decode_;
+        const std::uint16_t service = handle.service_id();
+        const std::uint16_t method = method_id_;
+        const bool sent = binding_->runtime()->send_request(
+            service, handle.instance_id(), method_id_, std::move(payload),
+            [promise, decode, service, method](Runtime::Response response) {
+                complete(*promise, *decode, response, service, method);
+            });
+        if (!sent) {
+            throw std::runtime_error(kServiceNotAvailable);
+        }
+        return future;
+    }
+
+private:
+    static void complete(std::promise<Output>& promise, const Decoder& decode, const Runtime::Response& response,
+                         std::uint16_t service, std::uint16_t method)
+    {
+        if (!response.delivered) {
+            promise.set_exception(std::make_exception_ptr(std::runtime_error(response.failure)));
+            return;
+        }
+        if (response.header.message_type != someip::Message_type::kResponse ||
+            response.header.return_code != someip::Return_code::kOk) {
+            promise.set_exception(std::make_exception_ptr(std::runtime_error(
+                std::string(kTransportException) + ": " + someip::to_string(response.header.return_code))));
+            return;
+        }
+        try {
+            promise.set_value(decode(response.payload));
+        } catch (const std::exception& e) {
+            Incident_log::report("decode_failure", {{"service", service},
+                                                    {"method", method},
+                                                    {"size", response.payload.size()},
+                                                    {"what", e.what()}});
+            promise.set_exception(std::make_exception_ptr(std::runtime_error(kTransportException)));
+        }
+    }
+
+    std::shared_ptr<Proxy_binding> binding_;
+    std::uint16_t method_id_;
+    std::shared_ptr<Decoder> decode_;
+};
+
+}  // namespace runtime
+}  // namespace com
+}  // namespace vela
+
+#endif
