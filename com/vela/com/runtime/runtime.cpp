@@ -81,7 +81,6 @@ struct Runtime::Local_offer {
     bool announced = false;
     std::uint32_t repetitions = 0;
     std::map<std::uint16_t, std::map<Endpoint, Clock::time_point>> subscribers;  // eventgroup -> endpoint
-    std::map<std::uint16_t, std::pair<Event_deployment, std::vector<std::uint8_t>>> field_values;
     std::uint16_t notification_session = 0;
 };
 
@@ -361,6 +360,9 @@ void Runtime::notify(std::uint16_t service, std::uint16_t instance, const Event_
                      std::vector<std::uint8_t> payload)
 {
     std::lock_guard<std::mutex> lock(mutex_);
+    if (event.field) {
+        field_values_[{service, instance}][event.id] = {event, payload};
+    }
     const auto found = local_offers_.find({service, instance});
     if (found == local_offers_.end()) {
         return;
@@ -375,9 +377,6 @@ void Runtime::notify(std::uint16_t service, std::uint16_t instance, const Event_
         static_cast<std::uint16_t>(offer.notification_session == 0xFFFF ? 1 : offer.notification_session + 1);
     header.session_id = offer.notification_session;
     const std::vector<std::uint8_t> bytes = header.encode(payload);
-    if (event.field) {
-        offer.field_values[event.id] = {event, std::move(payload)};
-    }
     if (offer.fd < 0) {
         return;
     }
@@ -851,7 +850,7 @@ void Runtime::handle_subscribe(const Sd_entry& entry, const Endpoint& from, Outb
 
 void Runtime::send_initial_fields(Local_offer& offer, std::uint16_t eventgroup, const Endpoint& subscriber)
 {
-    for (const auto& item : offer.field_values) {
+    for (const auto& item : field_values_[{offer.service.service_id, offer.instance}]) {
         if (item.second.first.eventgroup != eventgroup) {
             continue;
         }

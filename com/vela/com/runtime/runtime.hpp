@@ -161,6 +161,10 @@ private:
     std::map<std::tuple<std::uint16_t, std::uint16_t, std::uint16_t>, std::shared_ptr<Subscription_group>> groups_;
     std::map<std::uint64_t, std::tuple<std::uint16_t, std::uint16_t, std::uint16_t>> subscription_ids_;
     std::map<std::uint16_t, std::shared_ptr<Pending_request>> pending_;
+    // Last value of each field, kept while the offer is down too, for new subscribers.
+    std::map<std::pair<std::uint16_t, std::uint16_t>,
+             std::map<std::uint16_t, std::pair<Event_deployment, std::vector<std::uint8_t>>>>
+        field_values_;
 };
 
 }  // namespace runtime
