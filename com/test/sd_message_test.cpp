@@ -1,0 +1,151 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "vela/com/runtime/sd_reboot_detector.hpp"
+#include "vela/com/runtime/sd_session_counter.hpp"
+#include "vela/com/someip/message_header.hpp"
+#include "vela/com/someip/sd_message.hpp"
+
+namespace {
+using namespace vela::com::someip;
+using vela::com::runtime::Endpoint;
+using vela::com::runtime::Sd_reboot_detector;
+using vela::com::runtime::Sd_session_counter;
+using Bytes = std::vector<std::uint8_t>;
+
+Endpoint endpoint(const std::string& address, std::uint16_t port)
+{
+    Endpoint parsed;
+    EXPECT_TRUE(Endpoint::parse(address, port, parsed));
+    return parsed;
+}
+
+TEST(SdCodec, OfferWithIpv4EndpointIsEncodedByteForByte)
+{
+    Sd_message message;
+    message.reboot = true;
+    Sd_entry offer;
+    offer.type = Entry_type::kOfferService;
+    offer.service_id = 0x1A2B;
+    offer.instance_id = 0x0001;
+    offer.major = 1;
+    offer.ttl = 3;
+    offer.minor = 0;
+    offer.options.push_back(Sd_option::udp_endpoint(endpoint("127.0.0.1", 30501)));
+    message.entries.push_back(offer);
+    const Bytes expected = {
+        0xC0, 0, 0, 0,  // reboot + unicast flags
+        0, 0, 0, 16,  // entries
+        0x01, 0, 0, 0x10, 0x1A, 0x2B, 0x00, 0x01, 0x01, 0, 0, 3, 0, 0, 0, 0,
+        0, 0, 0, 12,  // options
+        0, 9, 0x04, 0, 127, 0, 0, 1, 0, 0x11, 0x77, 0x25};
+    EXPECT_EQ(message.encode(), expected);
+
+    Sd_message decoded;
+    std::string error;
+    ASSERT_TRUE(Sd_message::decode(expected.data(), expected.size(), decoded, error)) << error;
+    ASSERT_EQ(decoded.entries.size(), 1u);
+    Endpoint found;
+    ASSERT_TRUE(decoded.entries[0].udp_endpoint(found));
+    EXPECT_EQ(found.to_string(), "127.0.0.1:30501");
+    EXPECT_TRUE(decoded.reboot);
+}
+
+TEST(SdCodec, SubscribeAndAckShareOptionsAndCarryEventgroup)
+{
+    Sd_message message;
+    message.reboot = false;
+    Sd_entry subscribe;
+    subscribe.type = Entry_type::kSubscribeEventgroup;
+    subscribe.service_id = 0x2E10;
+    subscribe.instance_id = 0x30A4;
+    subscribe.major = 1;
+    subscribe.ttl = 0xFFFFFF;
+    subscribe.counter = 2;
+    subscribe.eventgroup_id = 0x0001;
+    subscribe.options.push_back(Sd_option::udp_endpoint(endpoint("fd00::2", 40000)));
+    message.entries = {subscribe, subscribe};
+    const Bytes bytes = message.encode();
+    const Bytes first_entry(bytes.begin() + 8, bytes.begin() + 24);
+    EXPECT_EQ(first_entry, (Bytes{0x06, 0, 0, 0x10, 0x2E, 0x10, 0x30, 0xA4, 1, 0xFF, 0xFF, 0xFF, 0, 2, 0, 1}));
+    // The identical option is stored once: 4 + 24 bytes of options.
+    EXPECT_EQ(bytes.size(), 8u + 32u + 4u + 24u);
+
+    Sd_message decoded;
+    std::string error;
+    ASSERT_TRUE(Sd_message::decode(bytes.data(), bytes.size(), decoded, error)) << error;
+    ASSERT_EQ(decoded.entries.size(), 2u);
+    EXPECT_EQ(decoded.entries[1].eventgroup_id, 1u);
+    EXPECT_EQ(decoded.entries[1].counter, 2u);
+    EXPECT_EQ(decoded.entries[1].options.at(0).endpoint.to_string(), "[fd00::2]:40000");
+}
+
+TEST(SdCodec, MalformedMessagesAreRejectedWithAReason)
+{
+    std::string error;
+    Sd_message decoded;
+    const Bytes odd_entries = {0, 0, 0, 0, 0, 0, 0, 5, 1, 2, 3, 4, 5, 0, 0, 0, 0};
+    EXPECT_FALSE(Sd_message::decode(odd_entries.data(), odd_entries.size(), decoded, error));
+    EXPECT_NE(error.find("multiple of 16"), std::string::npos);
+
+    const Bytes bad_index = {0, 0, 0, 0, 0, 0, 0, 16, 0x01, 3, 0, 0x10, 0, 1, 0, 1, 1, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0};
+    EXPECT_FALSE(Sd_message::decode(bad_index.data(), bad_index.size(), decoded, error));
+    EXPECT_NE(error.find("option"), std::string::npos);
+
+    const Bytes truncated = {0, 0, 0, 0, 0, 0, 0, 32};
+    EXPECT_FALSE(Sd_message::decode(truncated.data(), truncated.size(), decoded, error));
+}
+
+TEST(MessageHeader, RoundTripsAndRejectsLengthMismatch)
+{
+    Message_header header;
+    header.service_id = 0x1A2B;
+    header.method_id = 2;
+    header.client_id = 0x0101;
+    header.session_id = 7;
+    header.interface_version = 1;
+    header.message_type = Message_type::kError;
+    header.return_code = Return_code::kUnknownMethod;
+    Bytes bytes = header.encode({0xAA});
+    EXPECT_EQ(bytes, (Bytes{0x1A, 0x2B, 0, 2, 0, 0, 0, 9, 1, 1, 0, 7, 1, 1, 0x81, 0x03, 0xAA}));
+    Message_header decoded;
+    ASSERT_TRUE(Message_header::decode(bytes.data(), bytes.size(), decoded));
+    EXPECT_EQ(decoded.return_code, Return_code::kUnknownMethod);
+    bytes.push_back(0);
+    EXPECT_FALSE(Message_header::decode(bytes.data(), bytes.size(), decoded));
+    EXPECT_FALSE(Message_header::decode(bytes.data(), 15, decoded));
+}
+
+TEST(SdSessions, CounterStartsAtOneWithRebootFlagAndClearsItOnWrap)
+{
+    Sd_session_counter counter;
+    const auto first = counter.next();
+    EXPECT_EQ(first.session, 1);
+    EXPECT_TRUE(first.reboot);
+    for (int i = 2; i < 0xFFFF; ++i) {
+        (void)counter.next();
+    }
+    const auto last = counter.next();
+    EXPECT_EQ(last.session, 0xFFFF);
+    EXPECT_TRUE(last.reboot);
+    const auto wrapped = counter.next();
+    EXPECT_EQ(wrapped.session, 1);
+    EXPECT_FALSE(wrapped.reboot);
+}
+
+TEST(SdSessions, RebootIsDetectedPerPeerAndRelation)
+{
+    Sd_reboot_detector detector;
+    EXPECT_FALSE(detector.observe("a", true, 1, true));
+    EXPECT_FALSE(detector.observe("a", true, 2, true));
+    EXPECT_FALSE(detector.observe("a", false, 1, true));  // unicast relation counts on its own
+    EXPECT_TRUE(detector.observe("a", true, 1, true));    // session did not grow
+    EXPECT_FALSE(detector.observe("b", true, 0xFFFF, true));
+    EXPECT_FALSE(detector.observe("b", true, 1, false));  // wrap-around clears the flag
+    EXPECT_TRUE(detector.observe("b", true, 2, true));    // flag set again
+    EXPECT_FALSE(detector.observe("c", true, 5, false));
+    EXPECT_FALSE(detector.observe("c", true, 6, false));
+}
+}  // namespace
