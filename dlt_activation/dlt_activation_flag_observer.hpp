@@ -6,6 +6,11 @@
 
 #include "dlt_activation/i_dlt_activation_flag_observer.hpp"
 
+// Follows the diagnostic data distribution service: searches it, subscribes to its
+// dataValuesHash notification and asks for the activation value whenever the service is
+// found or notifies. The search and notification handlers run on middleware threads; the
+// proxy and the search handle are only ever copied out under the mutex, so a handler
+// keeps the proxy it works with alive even when a find result replaces it meanwhile.
 class DLTActivationFlagObserver final : public IDLTActivationFlagObserver {
 public:
     DLTActivationFlagObserver() = default;
@@ -23,6 +28,8 @@ public:
     void findServiceStart(const Handles& handles) override;
 
 private:
+    void receiveDataValuesHash();
+
     std::shared_ptr<Proxy> proxy_;
     std::mutex mutex_;
     std::shared_ptr<FindServiceHandle> find_service_handle_;
