@@ -1,0 +1,403 @@
+// Consumer and provider in separate processes (the provider is strata-someip-offer),
+// talking SOME/IP over loopback. As root each test runs in a private network namespace.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_proxy.hpp"
+#include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_skeleton.hpp"
+#include "vela/com/runtime/component_singleton.hpp"
+#include "vela/com/runtime/runtime.hpp"
+#include "vela/dm/dem/diagnosticmonitor_skeleton.hpp"
+
+namespace {
+namespace ddd = lumo::services::diagnosticdatadistribution;
+namespace dem = vela::dm::dem;
+using namespace std::chrono_literals;
+using vela::com::runtime::Component_singleton;
+using vela::com::runtime::HandleType;
+using vela::com::runtime::InstanceSpecifier;
+using vela::com::runtime::SubscriptionState;
+
+constexpr auto kBound = 5s;
+
+// Sets up the network once: a private namespace with loopback up when allowed,
+// otherwise the host's loopback with a discovery port of this process's own.
+class Network {
+public:
+    static Network& get()
+    {
+        static Network network;
+        return network;
+    }
+    const std::string& deployment() const { return path_; }
+
+private:
+    Network()
+    {
+        std::uint16_t sd_port = 30490;
+        if (::unshare(CLONE_NEWNET) == 0) {
+            bring_loopback_up();
+        } else {
+            sd_port = static_cast<std::uint16_t>(31000 + ::getpid() % 2000);
+        }
+        path_ = "/tmp/strata-com-test-" + std::to_string(::getpid()) + ".json";
+        std::ofstream(path_) << R"({"network": {"unicast": "127.0.0.2"},
+            "service_discovery": {"port": )" << sd_port << R"(, "multicast": "224.244.224.245",
+            "initial_delay_min_ms": 0, "initial_delay_max_ms": 5, "repetitions_base_delay_ms": 20,
+            "repetitions_max": 2, "cyclic_offer_delay_ms": 300, "ttl_s": 2},
+            "request_timeout_ms": 2000})";
+    }
+    ~Network() { (void)::unlink(path_.c_str()); }
+
+    static void bring_loopback_up()
+    {
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        ifreq request{};
+        std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
+        (void)::ioctl(fd, SIOCGIFFLAGS, &request);
+        request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
+        (void)::ioctl(fd, SIOCSIFFLAGS, &request);
+        (void)::close(fd);
+    }
+
+    std::string path_;
+};
+
+// strata-someip-offer as a child: commands on its stdin, lines from its stdout.
+class Peer {
+public:
+    explicit Peer(const std::vector<std::string>& args)
+    {
+        int in[2];
+        int out[2];
+        EXPECT_EQ(::pipe2(in, O_CLOEXEC), 0);
+        EXPECT_EQ(::pipe2(out, O_CLOEXEC), 0);
+        std::vector<std::string> argv_text = {STRATA_SOMEIP_OFFER};
+        argv_text.insert(argv_text.end(), args.begin(), args.end());
+        std::vector<char*> argv;
+        for (auto& arg : argv_text) {
+            argv.push_back(&arg[0]);
+        }
+        argv.push_back(nullptr);
+        const std::string deployment = "STRATA_COM_DEPLOYMENT=" + Network::get().deployment();
+        std::vector<char*> envp = {const_cast<char*>(deployment.c_str()),
+                                   const_cast<char*>("STRATA_COM_UNICAST=127.0.0.1"), nullptr};
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            ::dup2(in[0], 0);
+            ::dup2(out[1], 1);
+            ::execve(argv[0], argv.data(), envp.data());
+            ::_exit(127);
+        }
+        ::close(in[0]);
+        ::close(out[1]);
+        in_ = in[1];
+        out_ = out[0];
+    }
+    ~Peer()
+    {
+        if (pid_ > 0) {
+            (void)::kill(pid_, SIGKILL);
+            reap();
+        }
+        ::close(in_);
+        ::close(out_);
+    }
+
+    void send(const std::string& command) { ASSERT_GT(::write(in_, (command + "\n").data(), command.size() + 1), 0); }
+
+    // Reads lines until one contains `text`, within the bound.
+    bool wait_line(const std::string& text, std::chrono::milliseconds bound = kBound)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + bound;
+        while (buffer_.find(text) == std::string::npos) {
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            pollfd entry{out_, POLLIN, 0};
+            if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0) {
+                return false;
+            }
+            char chunk[512];
+            const ssize_t got = ::read(out_, chunk, sizeof chunk);
+            if (got <= 0) {
+                return false;
+            }
+            buffer_.append(chunk, static_cast<std::size_t>(got));
+        }
+        buffer_.erase(0, buffer_.find(text) + text.size());
+        return true;
+    }
+
+    void kill_hard()
+    {
+        (void)::kill(pid_, SIGKILL);
+        reap();
+    }
+
+private:
+    void reap()
+    {
+        int status = 0;
+        (void)::waitpid(pid_, &status, 0);
+        pid_ = -1;
+    }
+
+    pid_t pid_ = -1;
+    int in_ = -1;
+    int out_ = -1;
+    std::string buffer_;
+};
+
+// What the consumer's handlers saw, in order.
+class Journal {
+public:
+    void add(const std::string& line)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        lines_.push_back(line);
+        changed_.notify_all();
+    }
+    bool wait_for(const std::string& line, std::size_t from = 0)
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, kBound, [&] { return index_of(line, from) != std::string::npos; });
+    }
+    std::size_t index_of(const std::string& line, std::size_t from = 0) const
+    {
+        for (std::size_t i = from; i < lines_.size(); ++i) {
+            if (lines_[i] == line) {
+                return i;
+            }
+        }
+        return std::string::npos;
+    }
+    std::size_t size()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return lines_.size();
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<std::string> lines_;
+};
+
+// The launcher's way of using the service: a proxy per find result (or only the first),
+// and a method call from inside the receive handler.
+class Consumer {
+public:
+    explicit Consumer(bool keep_first_proxy) : keep_first_(keep_first_proxy)
+    {
+        search_ = ddd::proxy::DiagnosticDataDistributionProxy::StartFindService(
+            [this](std::vector<HandleType> handles) { found(handles); }, InstanceSpecifier("1"));
+    }
+    ~Consumer()
+    {
+        ddd::proxy::DiagnosticDataDistributionProxy::StopFindService(search_);
+        std::lock_guard<std::mutex> lock(mutex_);
+        proxy_.reset();
+    }
+
+    std::shared_ptr<ddd::proxy::DiagnosticDataDistributionProxy> proxy()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return proxy_;
+    }
+    Journal journal;
+
+private:
+    void found(const std::vector<HandleType>& handles)
+    {
+        journal.add(handles.empty() ? "stopped" : "offered");
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (handles.empty() || (keep_first_ && proxy_)) {
+            return;
+        }
+        proxy_ = std::make_shared<ddd::proxy::DiagnosticDataDistributionProxy>(handles.front());
+        std::weak_ptr<ddd::proxy::DiagnosticDataDistributionProxy> weak = proxy_;
+        proxy_->dataValuesHash.SetReceiveHandler([this, weak] {
+            auto current = weak.lock();
+            if (!current) {
+                return;
+            }
+            current->dataValuesHash.GetNewSamples([](auto) {}, 1);
+            try {
+                const auto output = current->getDiagnosticDataValues(0, {1293}).get();
+                journal.add("value " + std::to_string(output.dataValues.at(0)));
+            } catch (const std::exception& e) {
+                journal.add(std::string("error ") + e.what());
+            }
+        });
+        proxy_->dataValuesHash.Subscribe(1);
+    }
+
+    bool keep_first_;
+    std::mutex mutex_;
+    std::shared_ptr<ddd::proxy::DiagnosticDataDistributionProxy> proxy_;
+    vela::com::runtime::FindServiceHandle search_;
+};
+
+class RuntimeAcrossProcesses : public ::testing::Test {
+protected:
+    void SetUp() override { Component_singleton::startup(false, Network::get().deployment()); }
+    void TearDown() override { Component_singleton::shutdown(); }
+};
+
+TEST_F(RuntimeAcrossProcesses, FindSubscribeNotifyCallAndStopOffer)
+{
+    Peer provider({"--value", "1"});
+    Consumer consumer(false);
+    ASSERT_TRUE(consumer.journal.wait_for("offered"));
+    ASSERT_TRUE(consumer.journal.wait_for("value 1")) << "the current field value reaches a new subscriber";
+    provider.send("0");
+    ASSERT_TRUE(consumer.journal.wait_for("value 0"));
+    EXPECT_EQ(consumer.proxy()->dataValuesHash.GetSubscriptionState(), SubscriptionState::kSubscribed);
+
+    provider.send("stop");
+    ASSERT_TRUE(consumer.journal.wait_for("stopped"));
+    try {
+        (void)consumer.proxy()->getDiagnosticDataValues(0, {1293});
+        FAIL() << "a call without offer must throw";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "Service not available exception");
+    }
+    EXPECT_EQ(consumer.proxy()->dataValuesHash.GetSubscriptionState(), SubscriptionState::kSubscriptionPending);
+    provider.send("offer");
+    ASSERT_TRUE(consumer.journal.wait_for("offered", consumer.journal.index_of("stopped")));
+}
+
+TEST_F(RuntimeAcrossProcesses, ProviderRestart_IsDetectedAsRebootAndSubscriptionRenews)
+{
+    auto provider = std::make_unique<Peer>(std::vector<std::string>{"--value", "1"});
+    Consumer consumer(true);
+    ASSERT_TRUE(consumer.journal.wait_for("value 1"));
+    provider->kill_hard();  // no StopOffer on the wire: only the reboot flag tells
+    provider = std::make_unique<Peer>(std::vector<std::string>{"--value", "5"});
+    ASSERT_TRUE(consumer.journal.wait_for("value 5")) << "the first proxy's subscription was renewed";
+    const std::size_t stopped = consumer.journal.index_of("stopped");
+    ASSERT_NE(stopped, std::string::npos) << "the old offer expired on reboot";
+    EXPECT_NE(consumer.journal.index_of("offered", stopped), std::string::npos);
+    EXPECT_EQ(consumer.proxy()->dataValuesHash.GetSubscriptionState(), SubscriptionState::kSubscribed);
+}
+
+class Monitor : public dem::skeleton::DiagnosticMonitorSkeleton {
+public:
+    Monitor()
+        : DiagnosticMonitorSkeleton(InstanceSpecifier("12452"), vela::com::runtime::MethodCallProcessingMode::kEvent)
+    {
+    }
+    std::future<void> InitMonitor(dem::InitMonitorReasonType reason) override
+    {
+        journal.add("InitMonitor " + std::to_string(static_cast<int>(reason)));
+        std::promise<void> done;
+        done.set_value();
+        return done.get_future();
+    }
+    Journal journal;
+};
+
+TEST_F(RuntimeAcrossProcesses, DiagnosticManagerReceivesMonitorActionAndCallsInitMonitor)
+{
+    Monitor monitor;
+    monitor.OfferService();
+    Peer manager({"--no-offer", "--monitor"});
+    ASSERT_TRUE(manager.wait_line("monitor offered"));
+    // The subscription is acknowledged asynchronously: repeat until the manager prints the event.
+    bool received = false;
+    for (int i = 0; i < 50 && !received; ++i) {
+        monitor.MonitorAction.Send(dem::MonitorActionType::kFailed);
+        received = manager.wait_line("MonitorAction 1", 100ms);
+    }
+    ASSERT_TRUE(received);
+    manager.send("init 1");
+    ASSERT_TRUE(manager.wait_line("InitMonitor 1 done"));
+    EXPECT_TRUE(monitor.journal.wait_for("InitMonitor 1"));
+    monitor.StopOfferService();
+    ASSERT_TRUE(manager.wait_line("monitor stopped"));
+}
+
+class Blocking_provider : public ddd::skeleton::DiagnosticDataDistributionSkeleton {
+public:
+    Blocking_provider() : DiagnosticDataDistributionSkeleton(InstanceSpecifier("1")) {}
+    std::future<getDiagnosticDataValuesOutput> getDiagnosticDataValues(std::uint32_t,
+                                                                       const ddd::datatypes::DT_ListOfIds&) override
+    {
+        journal.add("called");
+        std::unique_lock<std::mutex> lock(mutex);
+        (void)released_cv.wait_for(lock, kBound, [this] { return released; });
+        std::promise<getDiagnosticDataValuesOutput> answer;
+        answer.set_value({});
+        return answer.get_future();
+    }
+    std::future<getDiagnosticDataOutput> getDiagnosticData(std::uint32_t, std::uint32_t) override
+    {
+        std::promise<getDiagnosticDataOutput> answer;
+        answer.set_value({});
+        return answer.get_future();
+    }
+    void release()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        released = true;
+        released_cv.notify_all();
+    }
+    Journal journal;
+    std::mutex mutex;
+    std::condition_variable released_cv;
+    bool released = false;
+};
+
+TEST_F(RuntimeAcrossProcesses, PendingCallFailsWhenTheOfferEndsAndUnknownMethodIsAnswered)
+{
+    Blocking_provider provider;
+    provider.OfferService();
+    Consumer consumer(true);
+    ASSERT_TRUE(consumer.journal.wait_for("offered"));
+    auto proxy = consumer.proxy();
+    ASSERT_TRUE(proxy);
+
+    std::promise<vela::com::runtime::Runtime::Response> unknown;
+    const HandleType handle = proxy->GetHandle();
+    ASSERT_TRUE(Component_singleton::current()->send_request(
+        handle.service_id(), handle.instance_id(), 0x0077, {},
+        [&unknown](vela::com::runtime::Runtime::Response response) { unknown.set_value(response); }));
+    auto answer = unknown.get_future();
+    ASSERT_EQ(answer.wait_for(kBound), std::future_status::ready);
+    const auto response = answer.get();
+    EXPECT_EQ(response.header.message_type, vela::com::someip::Message_type::kError);
+    EXPECT_EQ(response.header.return_code, vela::com::someip::Return_code::kUnknownMethod);
+
+    auto pending = proxy->getDiagnosticDataValues(0, {1293});
+    ASSERT_TRUE(provider.journal.wait_for("called"));
+    provider.StopOfferService();
+    ASSERT_EQ(pending.wait_for(kBound), std::future_status::ready);
+    try {
+        (void)pending.get();
+        FAIL() << "the call must fail once the offer ended";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "Service not available exception");
+    }
+    provider.release();
+}
+}  // namespace
