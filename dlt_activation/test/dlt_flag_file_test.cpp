@@ -8,34 +8,16 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "common/launcher_types.hpp"
 #include "dlt_activation/dlt_flags.hpp"
+#include "dlt_activation/test/counting_dtc_service.hpp"
 #include "dlt_activation/test/dlt_flag_file_for_testing.hpp"
 #include "dlt_activation/test/fake_observer.hpp"
 #include "dtc/dtc_service.hpp"
 
 namespace {
-
-// Counts what reaches the DTC service, so the tests see every send_dtc.
-class CountingDtcService final : public DTCService {
-public:
-    bool Startup() override { return true; }
-    bool Shutdown() override { return true; }
-    bool SetDTCState(std::uint8_t state, bool) override
-    {
-        ++sent;
-        last = state;
-        return true;
-    }
-    bool GetDTCState(std::uint8_t& state) override
-    {
-        state = last;
-        return true;
-    }
-    int sent{0};
-    std::uint8_t last{255};
-};
 
 class DltFlagFile : public ::testing::Test {
 protected:
@@ -100,8 +82,7 @@ TEST_F(DltFlagFile, SwitchesLoggingOnWithoutAnySearch)
     check();
     EXPECT_TRUE(dlt_pm_flag.load());
     EXPECT_TRUE(flag_updated.load());
-    EXPECT_EQ(dtc->sent, 1);
-    EXPECT_EQ(dtc->last, 1);
+    EXPECT_EQ(dtc->states(), std::vector<std::uint8_t>{1});
     EXPECT_EQ(err,
               "Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n"
               "DLT Launcher: send DTC; flag = 1 DTC=FAIL\n"
@@ -124,7 +105,7 @@ TEST_F(DltFlagFile, IsIgnoredWhileTheServiceCanAnswer)
     check();
     EXPECT_FALSE(dlt_pm_flag.load());
     EXPECT_FALSE(flag_updated.load());
-    EXPECT_EQ(dtc->sent, 0);
+    EXPECT_TRUE(dtc->states().empty());
     EXPECT_EQ(err, "");
 }
 
@@ -134,7 +115,7 @@ TEST_F(DltFlagFile, DoesNothingWhenLoggingIsAlreadyOn)
     dlt_pm_flag.store(true);
     check();
     EXPECT_FALSE(flag_updated.load());
-    EXPECT_EQ(dtc->sent, 0);
+    EXPECT_TRUE(dtc->states().empty());
     EXPECT_EQ(err, "");
 }
 
