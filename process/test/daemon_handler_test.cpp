@@ -228,12 +228,4 @@ TEST_F(DaemonHandlerTest, Signals_TerminationIsTrueOnDeliveryAndKillReturnsTheRa
               "[Daemon_handler]: send_termination signal to the PID :321");
 }
 
-TEST_F(DaemonHandlerTest, SetSystemCall_ReplacesTheInterfaceUsedForSignals)
-{
-    Daemon_handler handler(notify_path, nullptr);
-    EXPECT_CALL(system_call, kill(42, 9)).WillOnce(Return(-1));
-    handler.set_system_call(&system_call);
-    EXPECT_EQ(handler.send_kill(42), -1);
-}
-
 }  // namespace

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <future>
 #include <sstream>
 
 #include "tests/mocks/mock_system_call_api.hpp"
@@ -221,33 +220,6 @@ TEST_F(ProcessFactoryTest, WaitingThread_ResumesAWaitInterruptedBySignal)
     int result = 0;
     const std::string text = run("/usr/bin/quor_udpnmd", {}, {}, &result);
     EXPECT_THAT(text, HasSubstr("child process 55 terminated. Exit code: 0\n"));
-}
-
-TEST_F(ProcessFactoryTest, IsRunning_FromForkUntilTheChildIsReaped)
-{
-    std::promise<void> child_ended;
-    std::shared_future<void> end = child_ended.get_future().share();
-    EXPECT_CALL(system_call, fork()).WillOnce(Return(4321));
-    EXPECT_CALL(system_call, waitpid(4321, _, 0)).WillOnce(Invoke([end](pid_t child, int* status, int) {
-        end.wait();
-        *status = 0;
-        return child;
-    }));
-    testing::internal::CaptureStderr();
-    {
-        Process_factory factory(&system_call);
-        EXPECT_FALSE(factory.is_running());
-        std::vector<std::string> arguments;
-        ASSERT_EQ(factory.create_process("/usr/bin/com_daemon", arguments, {}), 4321);
-        EXPECT_TRUE(factory.is_running());
-        child_ended.set_value();
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (factory.is_running() && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        EXPECT_FALSE(factory.is_running());
-    }
-    (void)testing::internal::GetCapturedStderr();
 }
 
 }  // namespace
