@@ -17,17 +17,14 @@ const std::string notify_socket_prefix{"NOTIFY_SOCKET="};
 const std::string instance_prefix{"APP_INSTANCE_ID="};
 constexpr long sleep_nanoseconds = 100000000L;
 
-bool filter_entries(const std::vector<std::string>& names, const std::string& directory, const std::string& pattern,
+void filter_entries(const std::vector<std::string>& names, const std::string& directory, const std::string& pattern,
                     std::vector<std::string>& files)
 {
-    bool found = false;
     for (const std::string& name : names) {
         if (name.find(pattern) != std::string::npos) {
             files.push_back(directory + name);
-            found = true;
         }
     }
-    return found;
 }
 
 }  // namespace
@@ -57,7 +54,7 @@ bool read_directory(Directory_reader_interface& reader, const std::string& direc
         write_error_line(std::string("Launcher read from directory = ") + directory + " failed ");
         return false;
     }
-    (void)filter_entries(names, directory, pattern, files);
+    filter_entries(names, directory, pattern, files);
     return true;
 }
 
@@ -81,7 +78,7 @@ bool get_config_file(Directory_reader_interface& reader, const Config_search_tex
     if (!reader.read_entry_names(directory, names)) {
         write_error_line(texts.directory_text + directory + " doesn't exist ");
     } else {
-        (void)filter_entries(names, directory, file_name, files);
+        filter_entries(names, directory, file_name, files);
     }
     if (files.empty()) {
         write_error_line(texts.config_text + config_path + " is NOT available");
