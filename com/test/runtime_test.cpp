@@ -216,6 +216,9 @@ public:
     {
         ddd::proxy::DiagnosticDataDistributionProxy::StopFindService(search_);
         std::lock_guard<std::mutex> lock(mutex_);
+        if (proxy_) {
+            proxy_->dataValuesHash.UnsetReceiveHandler();
+        }
         proxy_.reset();
     }
 
@@ -229,8 +232,8 @@ public:
 private:
     void found(const std::vector<HandleType>& handles)
     {
-        journal.add(handles.empty() ? "stopped" : "offered");
         std::lock_guard<std::mutex> lock(mutex_);
+        journal.add(handles.empty() ? "stopped" : "offered");
         if (handles.empty() || (keep_first_ && proxy_)) {
             return;
         }
@@ -250,6 +253,7 @@ private:
             }
         });
         proxy_->dataValuesHash.Subscribe(1);
+        journal.add("proxy");
     }
 
     bool keep_first_;
@@ -373,7 +377,7 @@ TEST_F(RuntimeAcrossProcesses, PendingCallFailsWhenTheOfferEndsAndUnknownMethodI
     Blocking_provider provider;
     provider.OfferService();
     Consumer consumer(true);
-    ASSERT_TRUE(consumer.journal.wait_for("offered"));
+    ASSERT_TRUE(consumer.journal.wait_for("proxy"));
     auto proxy = consumer.proxy();
     ASSERT_TRUE(proxy);
 

@@ -8,6 +8,8 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
+#include <condition_variable>
 #include <vector>
 
 #include "vela/com/runtime/incident_log.hpp"
@@ -34,7 +36,14 @@ public:
                                          event_.id))
     {
     }
-    ~Proxy_event() { Unsubscribe(); }
+    // Does not wait for a handler that is running: the proxy may well be released under a
+    // lock that such a handler needs. Call UnsetReceiveHandler first to wait for it.
+    ~Proxy_event()
+    {
+        Unsubscribe();
+        std::lock_guard<std::mutex> lock(state_->mutex);
+        state_->handler = nullptr;
+    }
     Proxy_event(const Proxy_event&) = delete;
     Proxy_event& operator=(const Proxy_event&) = delete;
 
@@ -43,7 +52,14 @@ public:
         std::lock_guard<std::mutex> lock(state_->mutex);
         state_->handler = std::move(handler);
     }
-    void UnsetReceiveHandler() { SetReceiveHandler(nullptr); }
+    // Once this returns the handler neither runs nor starts (unless called from inside it).
+    void UnsetReceiveHandler()
+    {
+        std::unique_lock<std::mutex> lock(state_->mutex);
+        state_->handler = nullptr;
+        const auto self = std::this_thread::get_id();
+        state_->idle.wait(lock, [&] { return state_->running == std::thread::id() || state_->running == self; });
+    }
 
     void Subscribe(std::size_t maxSampleCount)
     {
@@ -123,11 +139,26 @@ private:
                 {
                     std::lock_guard<std::mutex> lock(self->mutex);
                     current = self->handler;
+                    if (!current) {
+                        return;
+                    }
+                    self->running = std::this_thread::get_id();
                 }
-                if (current) {
+                try {
                     current();
+                } catch (...) {
+                    self->finished();
+                    throw;
                 }
+                self->finished();
             });
+        }
+
+        void finished()
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            running = std::thread::id();
+            idle.notify_all();
         }
 
         void on_state(SubscriptionState new_state) override
@@ -142,6 +173,8 @@ private:
         std::uint16_t event;
         mutable std::mutex mutex;
         std::function<void()> handler;
+        std::thread::id running;
+        std::condition_variable idle;
         std::deque<T> samples;
         std::size_t cache_size = 1;
         SubscriptionState state = SubscriptionState::kNotSubscribed;

@@ -294,7 +294,7 @@ std::uint64_t Runtime::subscribe(std::uint16_t service, std::uint16_t instance, 
         }
         group->listeners[id] = {event, listener};
         subscription_ids_[id] = key;
-        out.calls.push_back([listener, state = group->state] { listener->on_state(state); });
+        listener->on_state(group->state);
         const auto offer = remote_offers_.find({service, instance});
         if (offer != remote_offers_.end() && network_up_) {
             group->provider_sd = offer->second.sd_peer;
@@ -884,15 +884,16 @@ void Runtime::handle_ack(const Sd_entry& entry, const Endpoint& from, Outbox& ou
     set_group_state(*found->second, SubscriptionState::kSubscribed, out);
 }
 
-void Runtime::set_group_state(Subscription_group& group, SubscriptionState state, Outbox& out)
+void Runtime::set_group_state(Subscription_group& group, SubscriptionState state, Outbox&)
 {
     if (group.state == state) {
         return;
     }
     group.state = state;
+    // Listeners only store the state, so they are told at once: a find handler that
+    // runs next already sees it.
     for (const auto& listener : group.listeners) {
-        auto target = listener.second.second;
-        out.calls.push_back([target, state] { target->on_state(state); });
+        listener.second.second->on_state(state);
     }
 }
 
