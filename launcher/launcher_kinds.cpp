@@ -6,8 +6,8 @@
 #include "launcher/console.hpp"
 
 std::map<std::uint8_t, std::string> launcher_type_names{
-    {COM, "COM_LAUNCHER "},      {COM_BRIDGE, "COM_BRIDGE_LAUNCHER "}, {DLT, "DLT_LAUNCHER "},
-    {PHM, "PHM_LAUNCHER "},      {UDPNM, "UDPMN_LAUNCHER "},
+    {COM, "COM_LAUNCHER "}, {COM_BRIDGE, "COM_BRIDGE_LAUNCHER "}, {DLT, "DLT_LAUNCHER "},
+    {PHM, "PHM_LAUNCHER "}, {UDPNM, "UDPMN_LAUNCHER "},
 };
 
 std::string dtc_instance_id{"12452"};
@@ -83,7 +83,6 @@ bool init_logging(std::uint8_t type, std::string& app_name)
         console_line("No valid process type to initialize dlt. ");
         return false;
     }
-    init_ara_logging(identity.app_id, identity.description, ara::log::LogLevel::kError, ara::log::LogMode::kRemote,
-                     "");
+    init_ara_logging(identity.app_id, identity.description, ara::log::LogLevel::kError, ara::log::LogMode::kRemote, "");
     return true;
 }

@@ -28,8 +28,8 @@ const char* exists_text(bool exists, const char* yes, const char* no)
 
 }  // namespace
 
-Launcher_lifecycle::Launcher_lifecycle(System_call_api_interface& system_call, IDLTActivationFlagObserver& flag_observer,
-                                       Collaborators used_collaborators)
+Launcher_lifecycle::Launcher_lifecycle(System_call_api_interface& system_call,
+                                       IDLTActivationFlagObserver& flag_observer, Collaborators used_collaborators)
     : api(system_call), observer(flag_observer), collaborators(used_collaborators)
 {
 }

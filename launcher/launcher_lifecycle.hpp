@@ -32,7 +32,8 @@ public:
         Dlt_flag_poll poll_dlt_flag;
     };
 
-    Launcher_lifecycle(System_call_api_interface& api, IDLTActivationFlagObserver& observer, Collaborators collaborators);
+    Launcher_lifecycle(System_call_api_interface& api, IDLTActivationFlagObserver& observer,
+                       Collaborators collaborators);
     ~Launcher_lifecycle();
     Launcher_lifecycle(const Launcher_lifecycle&) = delete;
     Launcher_lifecycle& operator=(const Launcher_lifecycle&) = delete;

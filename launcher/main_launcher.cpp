@@ -7,6 +7,7 @@
 
 int main_launcher(int argc, char** argv, System_call_api_interface& api, IDLTActivationFlagObserver& observer)
 {
-    Launcher_lifecycle lifecycle(api, observer, {&Launcher_strategy_interface::createLauncherStrategy, &CreateDTCService, &check_dlt_flag_file});
+    Launcher_lifecycle lifecycle(
+        api, observer, {&Launcher_strategy_interface::createLauncherStrategy, &CreateDTCService, &check_dlt_flag_file});
     return lifecycle.run(argc, argv);
 }

@@ -34,9 +34,8 @@ Argument_result check(std::vector<std::string> arguments)
 TEST(ArgumentCheck_AcceptsEveryKindByItsLowByte, Accepted)
 {
     const std::vector<std::pair<std::string, std::uint8_t>> cases{
-        {"0", COM},   {"1", DLT},          {"2", PHM},   {"3", UDPNM},     {"99", COM_BRIDGE},
-        {"256", COM}, {"355", COM_BRIDGE}, {" 1", DLT},  {"1abc", DLT},    {"+2", PHM},
-        {"2x", PHM},  {"-65533", UDPNM},   {"\t3", UDPNM}, {"0099", COM_BRIDGE},
+        {"0", COM},  {"1", DLT},    {"2", PHM},  {"3", UDPNM}, {"99", COM_BRIDGE}, {"256", COM},   {"355", COM_BRIDGE},
+        {" 1", DLT}, {"1abc", DLT}, {"+2", PHM}, {"2x", PHM},  {"-65533", UDPNM},  {"\t3", UDPNM}, {"0099", COM_BRIDGE},
     };
     for (const auto& [argument, expected] : cases) {
         const Argument_result result = check({"strata-launcher", argument});

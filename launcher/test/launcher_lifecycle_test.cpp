@@ -17,8 +17,8 @@ namespace {
 
 using testing::_;
 using testing::HasSubstr;
-using testing::Not;
 using testing::NiceMock;
+using testing::Not;
 using testing::Return;
 using testing::StrEq;
 

@@ -134,7 +134,7 @@ void ignore_signal(int) {}
 
 TEST(SleepMs, SleepsTheWholeTimeThroughSignals)
 {
-    struct sigaction action{};
+    struct sigaction action {};
     action.sa_handler = ignore_signal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = 0;  // no restart: the sleep really is interrupted

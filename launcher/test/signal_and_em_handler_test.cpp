@@ -90,8 +90,8 @@ struct Registration_case {
 TEST(EmHandler_RegisterSignalHandler, ResultRulesAndAllThreeCallsMade)
 {
     const std::vector<Registration_case> cases{
-        {0, 0, 0, true},   {1, 0, 0, true},    {-1, 0, 0, false}, {0, -1, 0, false},
-        {0, 1, 0, false},  {0, 0, -1, false},  {0, 0, 2, false},  {-1, -1, -1, false},
+        {0, 0, 0, true},  {1, 0, 0, true},   {-1, 0, 0, false}, {0, -1, 0, false},
+        {0, 1, 0, false}, {0, 0, -1, false}, {0, 0, 2, false},  {-1, -1, -1, false},
     };
     for (const auto& c : cases) {
         StrictMock<Mock_system_call_api> api;

@@ -19,9 +19,10 @@ TEST(StandinControl, ReadsEveryKey)
 {
     Standin_control control;
     std::string error;
-    ASSERT_TRUE(control.parse("# rehearsal\n ready = 250 \nfirst=STATUS=starting\\nX=1\nready_text=A=1\\nREADY=1\n"
-                              "ignore_term=yes\n\nexit_after=900\nexit_code=3\n",
-                              error))
+    ASSERT_TRUE(
+        control.parse("# rehearsal\n ready = 250 \nfirst=STATUS=starting\\nX=1\nready_text=A=1\\nREADY=1\n"
+                      "ignore_term=yes\n\nexit_after=900\nexit_code=3\n",
+                      error))
         << error;
     EXPECT_EQ(control.ready_after_ms, 250);
     EXPECT_EQ(control.first_datagram, "STATUS=starting\nX=1");
