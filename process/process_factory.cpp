@@ -102,19 +102,18 @@ int Process_factory::create_process(const std::string& path, std::vector<std::st
     const Child_preparation preparation = prepare_child();
 
     child_pid = system_call->fork();
-    const std::string pid_text = std::to_string(child_pid);
-    int result = -1;
     if (child_pid == 0) {
-        result = run_child(path, preparation);
-    } else {
-        console_line("LAUNCHER Process_factory: fork done childPID= " + pid_text);
-        if (child_pid > 0) {
-            result = run_parent();
-        } else {
-            console_line("LAUNCHER ERROR: Process_factory: cannot fork new process and returning " + pid_text);
-        }
-        console_line("Process_factory:create process Fork PID= " + pid_text + "FINAL");
+        return run_child(path, preparation);
     }
+    const std::string pid_text = std::to_string(child_pid);
+    console_line("LAUNCHER Process_factory: fork done childPID= " + pid_text);
+    int result = -1;
+    if (child_pid > 0) {
+        result = run_parent();
+    } else {
+        console_line("LAUNCHER ERROR: Process_factory: cannot fork new process and returning " + pid_text);
+    }
+    console_line("Process_factory:create process Fork PID= " + pid_text + "FINAL");
     return result;
 }
 
