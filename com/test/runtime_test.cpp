@@ -10,6 +10,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -28,6 +29,9 @@
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_skeleton.hpp"
 #include "vela/com/runtime/component_singleton.hpp"
 #include "vela/com/runtime/runtime.hpp"
+#include "vela/com/runtime/incident_log.hpp"
+#include "vela/com/someip/message_header.hpp"
+#include "vela/com/someip/sd_message.hpp"
 #include "vela/dm/dem/diagnosticmonitor_skeleton.hpp"
 
 namespace {
@@ -177,10 +181,10 @@ public:
         lines_.push_back(line);
         changed_.notify_all();
     }
-    bool wait_for(const std::string& line, std::size_t from = 0)
+    bool wait_for(const std::string& line, std::size_t from = 0, std::chrono::milliseconds bound = kBound)
     {
         std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, kBound, [&] { return index_of(line, from) != std::string::npos; });
+        return changed_.wait_for(lock, bound, [&] { return index_of(line, from) != std::string::npos; });
     }
     std::size_t index_of(const std::string& line, std::size_t from = 0) const
     {
@@ -403,5 +407,134 @@ TEST_F(RuntimeAcrossProcesses, PendingCallFailsWhenTheOfferEndsAndUnknownMethodI
         EXPECT_STREQ(e.what(), "Service not available exception");
     }
     provider.release();
+}
+
+// A provider written against the wire format only: it offers by unicast and answers
+// with bytes chosen by the test.
+class Raw_provider {
+public:
+    Raw_provider()
+    {
+        sd_ = bind_udp(30490);
+        data_ = bind_udp(40000);
+    }
+    ~Raw_provider()
+    {
+        ::close(sd_);
+        ::close(data_);
+    }
+
+    void offer_to(const std::string& consumer)
+    {
+        vela::com::someip::Sd_message message;
+        message.reboot = true;
+        vela::com::someip::Sd_entry offer;
+        offer.type = vela::com::someip::Entry_type::kOfferService;
+        offer.service_id = 0x1A2B;
+        offer.instance_id = 1;
+        offer.major = 1;
+        offer.minor = 0;
+        offer.ttl = 3;
+        vela::com::runtime::Endpoint endpoint;
+        (void)vela::com::runtime::Endpoint::parse("127.0.0.1", 40000, endpoint);
+        offer.options.push_back(vela::com::someip::Sd_option::udp_endpoint(endpoint));
+        message.entries.push_back(offer);
+        vela::com::someip::Message_header header;
+        header.service_id = 0xFFFF;
+        header.method_id = 0x8100;
+        header.session_id = 1;
+        header.interface_version = 1;
+        header.message_type = vela::com::someip::Message_type::kNotification;
+        send(sd_, consumer, 30490, header.encode(message.encode()));
+    }
+
+    // Waits for one request and answers it with `type`, `code` and `payload`.
+    bool answer(vela::com::someip::Message_type type, vela::com::someip::Return_code code,
+                const std::vector<std::uint8_t>& payload)
+    {
+        pollfd entry{data_, POLLIN, 0};
+        if (::poll(&entry, 1, 5000) != 1) {
+            return false;
+        }
+        std::uint8_t buffer[1500];
+        sockaddr_storage from{};
+        socklen_t length = sizeof from;
+        const ssize_t size = ::recvfrom(data_, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
+        vela::com::someip::Message_header request;
+        if (size <= 0 || !vela::com::someip::Message_header::decode(buffer, static_cast<std::size_t>(size), request)) {
+            return false;
+        }
+        request.message_type = type;
+        request.return_code = code;
+        const auto bytes = request.encode(payload);
+        return ::sendto(data_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&from), length) > 0;
+    }
+
+private:
+    static int bind_udp(std::uint16_t port)
+    {
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(0x7F000001);
+        EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        return fd;
+    }
+    static void send(int fd, const std::string& to, std::uint16_t port, const std::vector<std::uint8_t>& bytes)
+    {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        ::inet_pton(AF_INET, to.c_str(), &address.sin_addr);
+        EXPECT_GT(::sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+
+    int sd_ = -1;
+    int data_ = -1;
+};
+
+TEST_F(RuntimeAcrossProcesses, UndecodableAnswerAndErrorAnswerReachTheCallerAsExceptions)
+{
+    if (Network::get().deployment().empty() || ::geteuid() != 0) {
+        GTEST_SKIP() << "needs the private network namespace (root) for the fixed discovery port";
+    }
+    Raw_provider provider;
+    Consumer consumer(true);
+    // The consumer's sockets open asynchronously: offer like a provider's repetition phase.
+    bool found = false;
+    for (int i = 0; i < 50 && !found; ++i) {
+        provider.offer_to("127.0.0.2");
+        found = consumer.journal.wait_for("proxy", 0, 100ms);
+    }
+    ASSERT_TRUE(found);
+    auto proxy = consumer.proxy();
+    proxy->dataValuesHash.UnsetReceiveHandler();
+
+    auto undecodable = proxy->getDiagnosticDataValues(0, {1293});
+    ASSERT_TRUE(provider.answer(vela::com::someip::Message_type::kResponse, vela::com::someip::Return_code::kOk,
+                                {0, 0, 0, 40, 1, 2}));
+    ASSERT_EQ(undecodable.wait_for(kBound), std::future_status::ready);
+    try {
+        (void)undecodable.get();
+        FAIL() << "an undecodable answer must fail the call";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "Transport exception");
+    }
+
+    auto refused = proxy->getDiagnosticDataValues(0, {1293});
+    ASSERT_TRUE(provider.answer(vela::com::someip::Message_type::kError, vela::com::someip::Return_code::kNotReady, {}));
+    ASSERT_EQ(refused.wait_for(kBound), std::future_status::ready);
+    EXPECT_THROW((void)refused.get(), std::runtime_error);
+}
+
+TEST(IncidentLog, RecordIsOneLineOfJsonWithTheGivenFields)
+{
+    const std::string line = vela::com::runtime::Incident_log::format(
+        "reboot_detected", {{"peer", "127.0.0.1:30490"}, {"service", vela::com::runtime::Incident_log::hex(0x1A2B)}});
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    const auto record = nlohmann::json::parse(line);
+    EXPECT_EQ(record.at("incident"), "reboot_detected");
+    EXPECT_EQ(record.at("service"), "0x1a2b");
 }
 }  // namespace

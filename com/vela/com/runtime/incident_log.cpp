@@ -1,5 +1,6 @@
 #include "vela/com/runtime/incident_log.hpp"
 
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
@@ -16,6 +17,13 @@ std::string Incident_log::format(const std::string& incident, nlohmann::json det
         record.update(details);
     }
     return record.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+std::string Incident_log::hex(std::uint16_t value)
+{
+    char text[8];
+    (void)std::snprintf(text, sizeof text, "0x%04x", value);
+    return text;
 }
 
 void Incident_log::report(const std::string& incident, nlohmann::json details)

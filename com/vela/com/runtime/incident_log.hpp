@@ -1,6 +1,7 @@
 #ifndef VELA_COM_RUNTIME_INCIDENT_LOG_HPP
 #define VELA_COM_RUNTIME_INCIDENT_LOG_HPP
 
+#include <cstdint>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -16,6 +17,8 @@ class Incident_log {
 public:
     static void report(const std::string& incident, nlohmann::json details);
     static std::string format(const std::string& incident, nlohmann::json details);
+    // Identifiers are logged as "0x1a2b", the way protocol analysers show them.
+    static std::string hex(std::uint16_t value);
 };
 
 }  // namespace runtime

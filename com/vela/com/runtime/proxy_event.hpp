@@ -130,7 +130,10 @@ private:
                 }
             } catch (const std::exception& e) {
                 Incident_log::report("decode_failure",
-                                     {{"service", service}, {"event", event}, {"size", payload.size()}, {"what", e.what()}});
+                                     {{"service", Incident_log::hex(service)},
+                                      {"event", Incident_log::hex(event)},
+                                      {"size", payload.size()},
+                                      {"what", e.what()}});
                 return;
             }
             auto self = this->shared_from_this();

@@ -72,8 +72,8 @@ private:
         try {
             promise.set_value(decode(response.payload));
         } catch (const std::exception& e) {
-            Incident_log::report("decode_failure", {{"service", service},
-                                                    {"method", method},
+            Incident_log::report("decode_failure", {{"service", Incident_log::hex(service)},
+                                                    {"method", Incident_log::hex(method)},
                                                     {"size", response.payload.size()},
                                                     {"what", e.what()}});
             promise.set_exception(std::make_exception_ptr(std::runtime_error(kTransportException)));

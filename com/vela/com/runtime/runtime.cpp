@@ -31,9 +31,7 @@ constexpr std::size_t kWorkerThreads = 3;
 
 std::string hex16(std::uint16_t value)
 {
-    char text[8];
-    (void)std::snprintf(text, sizeof text, "0x%04x", value);
-    return text;
+    return Incident_log::hex(value);
 }
 
 Runtime::Clock::time_point expiry_after(Runtime::Clock::time_point now, std::uint32_t ttl)

@@ -4,6 +4,7 @@
 
 #include "vela/com/runtime/component_singleton.hpp"
 #include "vela/com/runtime/incident_log.hpp"
+#include "vela/com/someip/serialization_error.hpp"
 
 namespace vela {
 namespace com {
@@ -38,6 +39,16 @@ struct Skeleton_binding::Dispatch : std::enable_shared_from_this<Dispatch> {
         }
     }
 
+    static void failed(const char* incident, const someip::Message_header& header, std::size_t size, const char* what)
+    {
+        Incident_log::report(incident, {{"service", Incident_log::hex(header.service_id)},
+                                        {"method", Incident_log::hex(header.method_id)},
+                                        {"client", Incident_log::hex(header.client_id)},
+                                        {"session", header.session_id},
+                                        {"size", size},
+                                        {"what", what}});
+    }
+
     void run(const someip::Message_header& header, const std::vector<std::uint8_t>& payload,
              const Runtime::Reply& reply)
     {
@@ -54,13 +65,12 @@ struct Skeleton_binding::Dispatch : std::enable_shared_from_this<Dispatch> {
         }
         try {
             reply(someip::Return_code::kOk, method(payload));
-        } catch (const std::exception& e) {
-            Incident_log::report("decode_failure", {{"service", header.service_id},
-                                                    {"method", header.method_id},
-                                                    {"client", header.client_id},
-                                                    {"size", payload.size()},
-                                                    {"what", e.what()}});
+        } catch (const someip::Serialization_error& e) {
+            failed("decode_failure", header, payload.size(), e.what());
             reply(someip::Return_code::kMalformedMessage, {});
+        } catch (const std::exception& e) {
+            failed("method_failure", header, payload.size(), e.what());
+            reply(someip::Return_code::kNotOk, {});
         }
         std::lock_guard<std::mutex> lock(mutex);
         --running;
