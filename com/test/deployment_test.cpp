@@ -4,7 +4,10 @@
 #include <fstream>
 #include <sstream>
 
+#include <nlohmann/json.hpp>
+
 #include "vela/com/runtime/deployment.hpp"
+#include "vela/com/runtime/incident_log.hpp"
 
 namespace {
 using vela::com::runtime::Deployment;
@@ -46,5 +49,15 @@ TEST(Deployment, BadInputIsRefusedWithAReasonAndLoadFallsBack)
     EXPECT_NE(note.find("/nonexistent/strata-com.json"), std::string::npos);
     EXPECT_EQ(loaded.unicast, "127.0.0.9");
     EXPECT_EQ(loaded.services.size(), 2u);
+}
+
+TEST(IncidentLog, RecordIsOneLineOfJsonWithTheGivenFields)
+{
+    const std::string line = vela::com::runtime::Incident_log::format(
+        "reboot_detected", {{"peer", "127.0.0.1:30490"}, {"service", vela::com::runtime::Incident_log::hex(0x1A2B)}});
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    const auto record = nlohmann::json::parse(line);
+    EXPECT_EQ(record.at("incident"), "reboot_detected");
+    EXPECT_EQ(record.at("service"), "0x1a2b");
 }
 }  // namespace

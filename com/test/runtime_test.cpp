@@ -528,13 +528,4 @@ TEST_F(RuntimeAcrossProcesses, UndecodableAnswerAndErrorAnswerReachTheCallerAsEx
     EXPECT_THROW((void)refused.get(), std::runtime_error);
 }
 
-TEST(IncidentLog, RecordIsOneLineOfJsonWithTheGivenFields)
-{
-    const std::string line = vela::com::runtime::Incident_log::format(
-        "reboot_detected", {{"peer", "127.0.0.1:30490"}, {"service", vela::com::runtime::Incident_log::hex(0x1A2B)}});
-    EXPECT_EQ(line.find('\n'), std::string::npos);
-    const auto record = nlohmann::json::parse(line);
-    EXPECT_EQ(record.at("incident"), "reboot_detected");
-    EXPECT_EQ(record.at("service"), "0x1a2b");
-}
 }  // namespace
