@@ -137,6 +137,20 @@ TEST_F(DltFlagRequest, TransportErrorsAreLoggedAndLeaveTheFlag)
     EXPECT_TRUE(dtc->states().empty());
 }
 
+TEST_F(DltFlagRequest, AServiceThatNeverAnswersHoldsTheRequestOnlyForABoundedTime)
+{
+    service.answer_with({1});
+    service.stall();
+    const auto started = std::chrono::steady_clock::now();
+    const std::string err = request();
+    const auto waited = std::chrono::steady_clock::now() - started;
+    service.release();
+    EXPECT_EQ(err.rfind("DLT Launcher: DDD DSA connection lost ", 0), 0U) << err;
+    EXPECT_LT(waited, std::chrono::milliseconds(5500));
+    EXPECT_FALSE(dlt_pm_flag.load());
+    EXPECT_FALSE(flag_updated.load());
+}
+
 TEST_F(DltFlagRequest, WithoutAProxyNothingIsAskedAndUpdateSaysSo)
 {
     observer.proxy.reset();

@@ -61,6 +61,21 @@ public:
         answer_.returnCode = return_code;
         fail_ = false;
     }
+    // Requests get no answer until release(): a service that hangs.
+    void stall()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stalled_ = true;
+    }
+    void release()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stalled_ = false;
+        for (auto& pending : pending_) {
+            pending.set_value(answer_);
+        }
+        pending_.clear();
+    }
     void fail_requests()
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -79,6 +94,10 @@ public:
         if (fail_) {
             throw std::runtime_error("played failure");
         }
+        if (stalled_) {
+            pending_.emplace_back();
+            return pending_.back().get_future();
+        }
         std::promise<getDiagnosticDataValuesOutput> done;
         done.set_value(answer_);
         return done.get_future();
@@ -95,6 +114,8 @@ private:
     std::mutex mutex_;
     getDiagnosticDataValuesOutput answer_;
     bool fail_{false};
+    bool stalled_{false};
+    std::vector<std::promise<getDiagnosticDataValuesOutput>> pending_;
     std::vector<Request> requests_;
 };
 

@@ -31,7 +31,7 @@ inline std::string loopback_deployment()
     "repetitions_base_delay_ms": 10, "repetitions_max": 3,
     "cyclic_offer_delay_ms": 500, "ttl_s": 3
   },
-  "request_timeout_ms": 2000,
+  "request_timeout_ms": 1000,
   "services": [
     {
       "name": "lumo::services::diagnosticdatadistribution::DiagnosticDataDistribution",
