@@ -1,6 +1,7 @@
 #ifndef VELA_COM_RUNTIME_PROXY_EVENT_HPP
 #define VELA_COM_RUNTIME_PROXY_EVENT_HPP
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -77,11 +78,11 @@ public:
 
     void Unsubscribe()
     {
-        if (subscription_ == 0) {
+        const std::uint64_t id = subscription_.exchange(0);
+        if (id == 0) {
             return;
         }
-        binding_->runtime()->unsubscribe(subscription_);
-        subscription_ = 0;
+        binding_->runtime()->unsubscribe(id);
         std::lock_guard<std::mutex> lock(state_->mutex);
         state_->state = SubscriptionState::kNotSubscribed;
         state_->samples.clear();
@@ -186,7 +187,7 @@ private:
     std::shared_ptr<Proxy_binding> binding_;
     Event_deployment event_;
     std::shared_ptr<State> state_;
-    std::uint64_t subscription_ = 0;
+    std::atomic<std::uint64_t> subscription_{0};
 };
 
 }  // namespace runtime
