@@ -528,4 +528,59 @@ TEST_F(RuntimeAcrossProcesses, UndecodableAnswerAndErrorAnswerReachTheCallerAsEx
     EXPECT_THROW((void)refused.get(), std::runtime_error);
 }
 
+
+// In a namespace whose loopback is down nothing can be bound: the runtime must still
+// start, answer the application without hanging and stop promptly.
+TEST(RuntimeWithoutNetwork, CallsFailCleanlyAndShutdownIsPrompt)
+{
+    ASSERT_EQ(Component_singleton::current(), nullptr);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::unshare(CLONE_NEWNET) != 0) {
+            ::_exit(77);
+        }
+        Component_singleton::startup(false, "{\"network\": {\"unicast\": \"127.0.0.2\"}}");
+        int result = 0;
+        try {
+            auto search = ddd::proxy::DiagnosticDataDistributionProxy::StartFindService(
+                [](std::vector<HandleType> handles) {
+                    if (!handles.empty()) {
+                        ::_exit(3);
+                    }
+                },
+                InstanceSpecifier("1"));
+            Blocking_provider provider;
+            provider.OfferService();
+            ddd::proxy::DiagnosticDataDistributionProxy proxy(
+                HandleType(0x1A2B, 1, 1, 0, vela::com::runtime::Endpoint{}));
+            try {
+                (void)proxy.getDiagnosticDataValues(0, {1293});
+                result = 4;
+            } catch (const std::runtime_error& e) {
+                result = std::string(e.what()) == "Service not available exception" ? 0 : 5;
+            }
+            proxy.dataValuesHash.Subscribe(1);
+            ddd::proxy::DiagnosticDataDistributionProxy::StopFindService(search);
+        } catch (...) {
+            result = 6;
+        }
+        Component_singleton::shutdown();
+        ::_exit(result);
+    }
+    int status = 0;
+    const auto deadline = std::chrono::steady_clock::now() + kBound;
+    while (::waitpid(child, &status, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            (void)::kill(child, SIGKILL);
+            (void)::waitpid(child, &status, 0);
+            FAIL() << "runtime hung without network";
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_TRUE(WIFEXITED(status));
+    if (WEXITSTATUS(status) == 77) {
+        GTEST_SKIP() << "no private network namespace (needs root)";
+    }
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}
 }  // namespace
