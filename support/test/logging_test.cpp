@@ -1,4 +1,8 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
 
 #include <cstdint>
 #include <string>
@@ -120,15 +124,28 @@ TEST_F(LoggingFacade, ByteVectorsShowAtMostTenBytesInUpperCaseHex)
     EXPECT_EQ(messages[0].tokens, std::vector<std::string>{"string:size: 1, data: {[0A]}"});
 }
 
+// Runs in a child of its own: the platform log is initialised once per process, and the
+// log library keeps per-process state (and a pipe directory) that the child takes along.
 TEST_F(LoggingFacade, PlatformBackendIsInstalledOnceAndReused)
 {
-    init_ara_logging("TEST", "first");
-    LoggingStream first = log_info();
-    EXPECT_FALSE(first.is_muted());
-    first << "through the platform log" << std::vector<std::uint8_t>{1};
-    init_ara_logging("OTHR", "second");
-    EXPECT_FALSE(log_error().is_muted());
-    log_flush_all();
+    const char* const pipe_directory = "/tmp/dltpipes";
+    struct stat before {};
+    const bool existed = ::stat(pipe_directory, &before) == 0;
+    EXPECT_EXIT(
+        {
+            init_ara_logging("TEST", "first");
+            LoggingStream first = log_info();
+            const bool installed = !first.is_muted();
+            first << "through the platform log" << std::vector<std::uint8_t>{1};
+            init_ara_logging("OTHR", "second");
+            const bool reused = !log_error().is_muted();
+            log_flush_all();
+            std::exit(installed && reused ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+    if (!existed) {
+        (void)::rmdir(pipe_directory);  // only when empty: another process may use it now
+    }
 }
 
 }  // namespace
