@@ -61,7 +61,9 @@ double cpu_seconds()
 void report(const char* what, std::vector<double> micros)
 {
     std::sort(micros.begin(), micros.end());
-    const auto at = [&](double q) { return micros[static_cast<std::size_t>(q * static_cast<double>(micros.size() - 1))]; };
+    const auto at = [&](double q) {
+        return micros[static_cast<std::size_t>(q * static_cast<double>(micros.size() - 1))];
+    };
     std::printf("%-28s n=%zu median %.1f us  p99 %.1f us  max %.1f us\n", what, micros.size(), at(0.5), at(0.99),
                 micros.back());
 }
@@ -121,8 +123,8 @@ void bring_loopback_up()
 
 void bench_decode(std::size_t data_size)
 {
-    ddd::DiagnosticDataDistribution::getDiagnosticDataValues::Output output{1, 2, 3, 4,
-                                                                          std::vector<std::uint8_t>(data_size, 7), 0};
+    ddd::DiagnosticDataDistribution::getDiagnosticDataValues::Output output{
+        1, 2, 3, 4, std::vector<std::uint8_t>(data_size, 7), 0};
     const std::vector<std::uint8_t> bytes = ddd::serialization::encode(output);
     const int rounds = 200000;
     std::size_t sink = 0;
@@ -219,7 +221,8 @@ int main(int argc, char** argv)
     for (int i = 0; i < calls / 4; ++i) {
         (void)proxy.getDiagnosticData(0, 0).get();
         std::unique_lock<std::mutex> lock(sample_mutex);
-        (void)sample_cv.wait_for(lock, std::chrono::seconds(1), [&] { return latency.size() > static_cast<std::size_t>(i); });
+        (void)sample_cv.wait_for(lock, std::chrono::seconds(1),
+                                 [&] { return latency.size() > static_cast<std::size_t>(i); });
     }
     proxy.dataValuesHash.UnsetReceiveHandler();
     report("notification latency", latency);
@@ -228,7 +231,8 @@ int main(int argc, char** argv)
     const double cpu_start = cpu_seconds();
     const auto idle_start = Clock::now();
     std::this_thread::sleep_for(std::chrono::seconds(10));
-    const double idle_cpu = (cpu_seconds() - cpu_start) / std::chrono::duration<double>(Clock::now() - idle_start).count();
+    const double idle_cpu =
+        (cpu_seconds() - cpu_start) / std::chrono::duration<double>(Clock::now() - idle_start).count();
     std::printf("%-28s %.3f %% of a core (consumer subscribed, provider offering every 1 s)\n", "idle CPU",
                 idle_cpu * 100.0);
     std::printf("%-28s %ld KiB (runtime started, one search, one proxy subscribed)\n", "RSS added",

@@ -20,23 +20,28 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t length = size - 1;
     try {
         switch (data[0] % 4) {
-        case 0: (void)ser::decode_getDiagnosticDataValues_output(payload, length); break;
-        case 1: (void)ser::decode_dataValuesHash(payload, length); break;
-        case 2: {
-            vela::com::someip::Sd_message message;
-            std::string error;
-            if (vela::com::someip::Sd_message::decode(payload, length, message, error)) {
-                (void)message.encode();
+            case 0:
+                (void)ser::decode_getDiagnosticDataValues_output(payload, length);
+                break;
+            case 1:
+                (void)ser::decode_dataValuesHash(payload, length);
+                break;
+            case 2: {
+                vela::com::someip::Sd_message message;
+                std::string error;
+                if (vela::com::someip::Sd_message::decode(payload, length, message, error)) {
+                    (void)message.encode();
+                }
+                break;
             }
-            break;
-        }
-        default: {
-            vela::com::someip::Message_header header;
-            (void)vela::com::someip::Message_header::decode(payload, length, header);
-            std::uint32_t arg = 0;
-            lumo::services::diagnosticdatadistribution::datatypes::DT_ListOfIds ids;
-            ser::decode_getDiagnosticDataValues_request(std::vector<std::uint8_t>(payload, payload + length), arg, ids);
-        }
+            default: {
+                vela::com::someip::Message_header header;
+                (void)vela::com::someip::Message_header::decode(payload, length, header);
+                std::uint32_t arg = 0;
+                lumo::services::diagnosticdatadistribution::datatypes::DT_ListOfIds ids;
+                ser::decode_getDiagnosticDataValues_request(std::vector<std::uint8_t>(payload, payload + length), arg,
+                                                            ids);
+            }
         }
     } catch (const std::exception&) {
         // Rejected input is the expected outcome for most of the corpus.

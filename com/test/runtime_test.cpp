@@ -2,6 +2,7 @@
 // talking SOME/IP over loopback. As root each test runs in a private network namespace.
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <net/if.h>
 #include <poll.h>
@@ -10,7 +11,6 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <arpa/inet.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -28,8 +28,8 @@
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_proxy.hpp"
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_skeleton.hpp"
 #include "vela/com/runtime/component_singleton.hpp"
-#include "vela/com/runtime/runtime.hpp"
 #include "vela/com/runtime/incident_log.hpp"
+#include "vela/com/runtime/runtime.hpp"
 #include "vela/com/someip/message_header.hpp"
 #include "vela/com/someip/sd_message.hpp"
 #include "vela/dm/dem/diagnosticmonitor_skeleton.hpp"
@@ -67,7 +67,8 @@ private:
         }
         path_ = "/tmp/strata-com-test-" + std::to_string(::getpid()) + ".json";
         std::ofstream(path_) << R"({"network": {"unicast": "127.0.0.2"},
-            "service_discovery": {"port": )" << sd_port << R"(, "multicast": "224.244.224.245",
+            "service_discovery": {"port": )"
+                             << sd_port << R"(, "multicast": "224.244.224.245",
             "initial_delay_min_ms": 0, "initial_delay_max_ms": 5, "repetitions_base_delay_ms": 20,
             "repetitions_max": 2, "cyclic_offer_delay_ms": 300, "ttl_s": 2},
             "request_timeout_ms": 2000})";
@@ -136,7 +137,8 @@ public:
     {
         const auto deadline = std::chrono::steady_clock::now() + bound;
         while (buffer_.find(text) == std::string::npos) {
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+            const auto left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd entry{out_, POLLIN, 0};
             if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0) {
                 return false;
@@ -307,6 +309,18 @@ TEST_F(RuntimeAcrossProcesses, ProviderRestart_IsDetectedAsRebootAndSubscription
     ASSERT_NE(stopped, std::string::npos) << "the old offer expired on reboot";
     EXPECT_NE(consumer.journal.index_of("offered", stopped), std::string::npos);
     EXPECT_EQ(consumer.proxy()->dataValuesHash.GetSubscriptionState(), SubscriptionState::kSubscribed);
+}
+
+TEST_F(RuntimeAcrossProcesses, SilentlyVanishedProvider_OfferExpiresAfterItsTtl)
+{
+    auto provider = std::make_unique<Peer>(std::vector<std::string>{"--value", "1"});
+    Consumer consumer(true);
+    ASSERT_TRUE(consumer.journal.wait_for("value 1"));
+    const auto killed = std::chrono::steady_clock::now();
+    provider.reset();  // SIGKILL: neither StopOffer nor further offers
+    ASSERT_TRUE(consumer.journal.wait_for("stopped"));
+    EXPECT_GE(std::chrono::steady_clock::now() - killed, 1500ms) << "expired before the TTL of 2 s";
+    EXPECT_THROW((void)consumer.proxy()->getDiagnosticDataValues(0, {1293}), std::runtime_error);
 }
 
 class Monitor : public dem::skeleton::DiagnosticMonitorSkeleton {
@@ -487,7 +501,8 @@ private:
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         ::inet_pton(AF_INET, to.c_str(), &address.sin_addr);
-        EXPECT_GT(::sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_GT(::sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address),
+                  0);
     }
 
     int sd_ = -1;
@@ -523,11 +538,11 @@ TEST_F(RuntimeAcrossProcesses, UndecodableAnswerAndErrorAnswerReachTheCallerAsEx
     }
 
     auto refused = proxy->getDiagnosticDataValues(0, {1293});
-    ASSERT_TRUE(provider.answer(vela::com::someip::Message_type::kError, vela::com::someip::Return_code::kNotReady, {}));
+    ASSERT_TRUE(
+        provider.answer(vela::com::someip::Message_type::kError, vela::com::someip::Return_code::kNotReady, {}));
     ASSERT_EQ(refused.wait_for(kBound), std::future_status::ready);
     EXPECT_THROW((void)refused.get(), std::runtime_error);
 }
-
 
 // In a namespace whose loopback is down nothing can be bound: the runtime must still
 // start, answer the application without hanging and stop promptly.

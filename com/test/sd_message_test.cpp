@@ -35,12 +35,11 @@ TEST(SdCodec, OfferWithIpv4EndpointIsEncodedByteForByte)
     offer.minor = 0;
     offer.options.push_back(Sd_option::udp_endpoint(endpoint("127.0.0.1", 30501)));
     message.entries.push_back(offer);
-    const Bytes expected = {
-        0xC0, 0, 0, 0,  // reboot + unicast flags
-        0, 0, 0, 16,  // entries
-        0x01, 0, 0, 0x10, 0x1A, 0x2B, 0x00, 0x01, 0x01, 0, 0, 3, 0, 0, 0, 0,
-        0, 0, 0, 12,  // options
-        0, 9, 0x04, 0, 127, 0, 0, 1, 0, 0x11, 0x77, 0x25};
+    const Bytes expected = {0xC0, 0, 0,    0,   // reboot + unicast flags
+                            0,    0, 0,    16,  // entries
+                            0x01, 0, 0,    0x10, 0x1A, 0x2B, 0x00, 0x01, 0x01, 0,    0,    3,
+                            0,    0, 0,    0,    0,    0,    0,    12,  // options
+                            0,    9, 0x04, 0,    127,  0,    0,    1,    0,    0x11, 0x77, 0x25};
     EXPECT_EQ(message.encode(), expected);
 
     Sd_message decoded;

@@ -141,7 +141,8 @@ TEST(TlvDecoding, WireTypeRulesAndSeekLimits)
 {
     // Member expects wire type 2 but the sender used 3.
     const Bytes wrong = {0, 0, 0, 14, 0, 0, 0, 10, 0x30, 0x00, 0, 0, 0, 0, 0, 0, 0, 1};
-    EXPECT_EQ(error_of([&] { ser::decode_dataValuesHash(wrong.data(), wrong.size()); }), "Invalid source tag wire type");
+    EXPECT_EQ(error_of([&] { ser::decode_dataValuesHash(wrong.data(), wrong.size()); }),
+              "Invalid source tag wire type");
     // Skipping an unknown member past the element.
     const Bytes beyond = {0, 0, 0, 8, 0, 0, 0, 4, 0x33, 0x01, 0, 0};
     EXPECT_EQ(error_of([&] { ser::decode_dataValuesHash(beyond.data(), beyond.size()); }),

@@ -130,7 +130,8 @@ int main(int argc, char** argv)
     vela::com::runtime::Component_singleton::startup(false, "");
     std::shared_ptr<ddd::proxy::DiagnosticDataDistributionProxy> data;
     std::shared_ptr<dem::proxy::DiagnosticMonitorProxy> monitor;
-    const auto search = service == "data" ? watch("1", data, subscribe_data) : watch("12452", monitor, subscribe_monitor);
+    const auto search =
+        service == "data" ? watch("1", data, subscribe_data) : watch("12452", monitor, subscribe_monitor);
     bool done = false;
     {
         std::unique_lock<std::mutex> lock(mutex);

@@ -32,7 +32,8 @@ void say(const std::string& line)
 class Data_distribution : public ddd::skeleton::DiagnosticDataDistributionSkeleton {
 public:
     explicit Data_distribution(std::uint8_t value)
-        : DiagnosticDataDistributionSkeleton(InstanceSpecifier("1"), vela::com::runtime::MethodCallProcessingMode::kEvent),
+        : DiagnosticDataDistributionSkeleton(InstanceSpecifier("1"),
+                                             vela::com::runtime::MethodCallProcessingMode::kEvent),
           value_(value)
     {
     }
@@ -81,7 +82,8 @@ struct Monitor_client {
     void start()
     {
         search = dem::proxy::DiagnosticMonitorProxy::StartFindService(
-            [this](std::vector<vela::com::runtime::HandleType> handles) { found(handles); }, InstanceSpecifier("12452"));
+            [this](std::vector<vela::com::runtime::HandleType> handles) { found(handles); },
+            InstanceSpecifier("12452"));
     }
 
     void found(const std::vector<vela::com::runtime::HandleType>& handles)

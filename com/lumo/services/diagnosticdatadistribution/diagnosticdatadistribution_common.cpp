@@ -69,14 +69,14 @@ datatypes::DT_dataValuesHash_struct read_element(Deserializer& in)
     Tlv_reader::read_struct(in, datatypes::DT_dataValuesHash_struct::kTags, 3,
                             [&element](std::size_t member, Deserializer& value) {
                                 switch (member) {
-                                case 0:
-                                    element.item1 = value.read_u32();
-                                    break;
-                                case 1:
-                                    element.item2 = value.read_u32();
-                                    break;
-                                default:
-                                    element.item3 = value.read_u64();
+                                    case 0:
+                                        element.item1 = value.read_u32();
+                                        break;
+                                    case 1:
+                                        element.item2 = value.read_u32();
+                                        break;
+                                    default:
+                                        element.item3 = value.read_u64();
                                 }
                             });
     in.close_record();

@@ -33,7 +33,7 @@ methods::getDiagnosticData::getDiagnosticData(std::shared_ptr<Proxy_binding> bin
 }
 
 std::future<methods::getDiagnosticData::Output> methods::getDiagnosticData::operator()(std::uint32_t first,
-                                                                                        std::uint32_t second)
+                                                                                       std::uint32_t second)
 {
     return call(serialization::encode_getDiagnosticData_request(first, second));
 }

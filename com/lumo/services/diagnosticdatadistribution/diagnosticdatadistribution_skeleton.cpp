@@ -20,8 +20,8 @@ datatypes::DT_dataValuesHash fields::dataValuesHash::current() const
     return value_;
 }
 
-DiagnosticDataDistributionSkeleton::DiagnosticDataDistributionSkeleton(vela::com::runtime::InstanceSpecifier instance,
-                                                                       vela::com::runtime::MethodCallProcessingMode mode)
+DiagnosticDataDistributionSkeleton::DiagnosticDataDistributionSkeleton(
+    vela::com::runtime::InstanceSpecifier instance, vela::com::runtime::MethodCallProcessingMode mode)
     : binding_(std::make_unique<vela::com::runtime::Skeleton_binding>(kServiceName, instance, mode)),
       dataValuesHash(*binding_)
 {

@@ -36,9 +36,9 @@ public:
     using getDiagnosticDataValuesOutput = DiagnosticDataDistribution::getDiagnosticDataValues::Output;
     using getDiagnosticDataOutput = DiagnosticDataDistribution::getDiagnosticData::Output;
 
-    DiagnosticDataDistributionSkeleton(vela::com::runtime::InstanceSpecifier instance,
-                                       vela::com::runtime::MethodCallProcessingMode mode =
-                                           vela::com::runtime::MethodCallProcessingMode::kEvent);
+    DiagnosticDataDistributionSkeleton(
+        vela::com::runtime::InstanceSpecifier instance,
+        vela::com::runtime::MethodCallProcessingMode mode = vela::com::runtime::MethodCallProcessingMode::kEvent);
     virtual ~DiagnosticDataDistributionSkeleton();
     DiagnosticDataDistributionSkeleton(const DiagnosticDataDistributionSkeleton&) = delete;
     DiagnosticDataDistributionSkeleton& operator=(const DiagnosticDataDistributionSkeleton&) = delete;

@@ -30,7 +30,7 @@ Deployment read_deployment(const std::string& configuration)
     if (!configuration.empty() && configuration.front() == '{') {
         if (!Deployment::from_json(configuration, deployment, note)) {
             note = "deployment text invalid (" + note + "), using built-in defaults";
-            deployment = Deployment::load("/nonexistent", note);
+            deployment = Deployment::defaults();
         }
     } else {
         deployment = Deployment::load(configuration, note);

@@ -21,7 +21,7 @@ struct Service_deployment {
     std::uint16_t service_id = 0;
     std::uint8_t major = 1;
     std::uint32_t minor = 0;
-    std::uint16_t port = 0;  // provider port; 0 shares the process's own port
+    std::uint16_t port = 0;                          // provider port; 0 shares the process's own port
     std::map<std::string, std::uint16_t> instances;  // instance specifier -> instance ID
     std::map<std::string, std::uint16_t> methods;
     std::map<std::string, Event_deployment> events;

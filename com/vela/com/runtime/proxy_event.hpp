@@ -2,6 +2,7 @@
 #define VELA_COM_RUNTIME_PROXY_EVENT_HPP
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -10,7 +11,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <condition_variable>
 #include <vector>
 
 #include "vela/com/runtime/incident_log.hpp"
@@ -33,8 +33,8 @@ public:
     Proxy_event(std::shared_ptr<Proxy_binding> binding, const std::string& event_name, Decoder decode)
         : binding_(std::move(binding)),
           event_(binding_->service().event(event_name)),
-          state_(std::make_shared<State>(binding_->strand(), std::move(decode), binding_->service().service_id,
-                                         event_.id))
+          state_(
+              std::make_shared<State>(binding_->strand(), std::move(decode), binding_->service().service_id, event_.id))
     {
     }
     // Does not wait for a handler that is running: the proxy may well be released under a
@@ -130,11 +130,10 @@ private:
                     samples.pop_front();
                 }
             } catch (const std::exception& e) {
-                Incident_log::report("decode_failure",
-                                     {{"service", Incident_log::hex(service)},
-                                      {"event", Incident_log::hex(event)},
-                                      {"size", payload.size()},
-                                      {"what", e.what()}});
+                Incident_log::report("decode_failure", {{"service", Incident_log::hex(service)},
+                                                        {"event", Incident_log::hex(event)},
+                                                        {"size", payload.size()},
+                                                        {"what", e.what()}});
                 return;
             }
             auto self = this->shared_from_this();

@@ -44,11 +44,11 @@ protected:
         auto decode = decode_;
         const std::uint16_t service = handle.service_id();
         const std::uint16_t method = method_id_;
-        const bool sent = binding_->runtime()->send_request(
-            service, handle.instance_id(), method_id_, std::move(payload),
-            [promise, decode, service, method](Runtime::Response response) {
-                complete(*promise, *decode, response, service, method);
-            });
+        const bool sent =
+            binding_->runtime()->send_request(service, handle.instance_id(), method_id_, std::move(payload),
+                                              [promise, decode, service, method](Runtime::Response response) {
+                                                  complete(*promise, *decode, response, service, method);
+                                              });
         if (!sent) {
             throw std::runtime_error(kServiceNotAvailable);
         }

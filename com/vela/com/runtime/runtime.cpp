@@ -118,8 +118,8 @@ Runtime::Runtime(Deployment deployment)
       random_(static_cast<std::uint32_t>(::getpid()) ^
               static_cast<std::uint32_t>(Clock::now().time_since_epoch().count()))
 {
-    client_id_ = deployment_.client_id != 0 ? deployment_.client_id
-                                            : static_cast<std::uint16_t>((::getpid() & 0x7FFF) | 0x0100);
+    client_id_ =
+        deployment_.client_id != 0 ? deployment_.client_id : static_cast<std::uint16_t>((::getpid() & 0x7FFF) | 0x0100);
 }
 
 Runtime::~Runtime()
@@ -235,7 +235,8 @@ void Runtime::stop_find(std::uint64_t id)
     std::unique_lock<std::mutex> lock(find->gate->mutex);
     find->gate->active = false;
     const auto self = std::this_thread::get_id();
-    find->gate->idle.wait(lock, [&] { return find->gate->running == std::thread::id() || find->gate->running == self; });
+    find->gate->idle.wait(lock,
+                          [&] { return find->gate->running == std::thread::id() || find->gate->running == self; });
 }
 
 bool Runtime::is_available(std::uint16_t service, std::uint16_t instance) const
@@ -274,7 +275,8 @@ bool Runtime::send_request(std::uint16_t service, std::uint16_t instance, std::u
 }
 
 std::uint64_t Runtime::subscribe(std::uint16_t service, std::uint16_t instance, std::uint8_t major,
-                                 std::uint16_t eventgroup, std::uint16_t event, std::shared_ptr<Event_listener> listener)
+                                 std::uint16_t eventgroup, std::uint16_t event,
+                                 std::shared_ptr<Event_listener> listener)
 {
     Outbox out;
     std::uint64_t id = 0;
@@ -411,8 +413,8 @@ void Runtime::io_loop()
             if (deadline == Clock::time_point::max()) {
                 timeout_ms = -1;
             } else if (deadline > now) {
-                timeout_ms = static_cast<int>(
-                    std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count() + 1);
+                timeout_ms =
+                    static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count() + 1);
             }
         }
         const int ready = ::poll(fds.data(), fds.size(), timeout_ms);
@@ -583,9 +585,9 @@ void Runtime::receive(int fd, bool sd, bool multicast, Outbox& out)
         const auto length = static_cast<std::size_t>(size);
         Message_header header;
         if (!Message_header::decode(buffer.data(), length, header)) {
-            Incident_log::report("malformed_message", {{"peer", from.to_string()},
-                                                       {"size", length},
-                                                       {"reason", "header too short or length mismatch"}});
+            Incident_log::report(
+                "malformed_message",
+                {{"peer", from.to_string()}, {"size", length}, {"reason", "header too short or length mismatch"}});
             continue;
         }
         if (!sd) {
@@ -619,48 +621,48 @@ void Runtime::handle_data(const std::uint8_t* data, std::size_t size, const Endp
     const std::uint8_t* payload = data + someip::kHeaderSize;
     const std::size_t payload_size = size - someip::kHeaderSize;
     switch (header.message_type) {
-    case Message_type::kRequest:
-    case Message_type::kRequestNoReturn:
-        handle_request(header, payload, payload_size, from, fd, out);
-        return;
-    case Message_type::kResponse:
-    case Message_type::kError: {
-        const auto pending = pending_.find(header.session_id);
-        if (header.client_id != client_id_ || pending == pending_.end()) {
-            Incident_log::report("unexpected_response", {{"peer", from.to_string()},
-                                                         {"service", hex16(header.service_id)},
-                                                         {"method", hex16(header.method_id)},
-                                                         {"session", header.session_id}});
+        case Message_type::kRequest:
+        case Message_type::kRequestNoReturn:
+            handle_request(header, payload, payload_size, from, fd, out);
+            return;
+        case Message_type::kResponse:
+        case Message_type::kError: {
+            const auto pending = pending_.find(header.session_id);
+            if (header.client_id != client_id_ || pending == pending_.end()) {
+                Incident_log::report("unexpected_response", {{"peer", from.to_string()},
+                                                             {"service", hex16(header.service_id)},
+                                                             {"method", hex16(header.method_id)},
+                                                             {"session", header.session_id}});
+                return;
+            }
+            auto handler = pending->second->handler;
+            pending_.erase(pending);
+            Response response{true, header, std::vector<std::uint8_t>(payload, payload + payload_size), {}};
+            out.calls.push_back([handler, response]() mutable { handler(std::move(response)); });
             return;
         }
-        auto handler = pending->second->handler;
-        pending_.erase(pending);
-        Response response{true, header, std::vector<std::uint8_t>(payload, payload + payload_size), {}};
-        out.calls.push_back([handler, response]() mutable { handler(std::move(response)); });
-        return;
-    }
-    case Message_type::kNotification: {
-        bool wanted = false;
-        for (const auto& item : groups_) {
-            if (item.second->service != header.service_id) {
-                continue;
-            }
-            for (const auto& listener : item.second->listeners) {
-                if (listener.second.first == header.method_id) {
-                    wanted = true;
-                    auto target = listener.second.second;
-                    std::vector<std::uint8_t> copy(payload, payload + payload_size);
-                    out.calls.push_back([target, copy]() mutable { target->on_notification(std::move(copy)); });
+        case Message_type::kNotification: {
+            bool wanted = false;
+            for (const auto& item : groups_) {
+                if (item.second->service != header.service_id) {
+                    continue;
+                }
+                for (const auto& listener : item.second->listeners) {
+                    if (listener.second.first == header.method_id) {
+                        wanted = true;
+                        auto target = listener.second.second;
+                        std::vector<std::uint8_t> copy(payload, payload + payload_size);
+                        out.calls.push_back([target, copy]() mutable { target->on_notification(std::move(copy)); });
+                    }
                 }
             }
+            if (!wanted) {
+                Incident_log::report("unknown_event", {{"peer", from.to_string()},
+                                                       {"service", hex16(header.service_id)},
+                                                       {"event", hex16(header.method_id)}});
+            }
+            return;
         }
-        if (!wanted) {
-            Incident_log::report("unknown_event", {{"peer", from.to_string()},
-                                                   {"service", hex16(header.service_id)},
-                                                   {"event", hex16(header.method_id)}});
-        }
-        return;
-    }
     }
     Incident_log::report("malformed_message", {{"peer", from.to_string()},
                                                {"service", hex16(header.service_id)},
@@ -733,14 +735,22 @@ void Runtime::handle_sd(const Sd_message& message, const Endpoint& from, bool, O
 {
     for (const auto& entry : message.entries) {
         switch (entry.type) {
-        case Entry_type::kFindService: handle_find(entry, from, out); break;
-        case Entry_type::kOfferService: handle_offer(entry, from, out); break;
-        case Entry_type::kSubscribeEventgroup: handle_subscribe(entry, from, out); break;
-        case Entry_type::kSubscribeEventgroupAck: handle_ack(entry, from, out); break;
-        default:
-            Incident_log::report("malformed_message", {{"peer", from.to_string()},
-                                                       {"reason", "unknown entry type"},
-                                                       {"entry_type", static_cast<int>(entry.type)}});
+            case Entry_type::kFindService:
+                handle_find(entry, from, out);
+                break;
+            case Entry_type::kOfferService:
+                handle_offer(entry, from, out);
+                break;
+            case Entry_type::kSubscribeEventgroup:
+                handle_subscribe(entry, from, out);
+                break;
+            case Entry_type::kSubscribeEventgroupAck:
+                handle_ack(entry, from, out);
+                break;
+            default:
+                Incident_log::report("malformed_message", {{"peer", from.to_string()},
+                                                           {"reason", "unknown entry type"},
+                                                           {"entry_type", static_cast<int>(entry.type)}});
         }
     }
 }

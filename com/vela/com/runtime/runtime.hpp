@@ -69,15 +69,14 @@ public:
     const Deployment& deployment() const { return deployment_; }
 
     // Consumer side.
-    std::uint64_t start_find(std::uint16_t service, std::uint16_t instance, std::uint8_t major,
-                             Find_handler handler);
+    std::uint64_t start_find(std::uint16_t service, std::uint16_t instance, std::uint8_t major, Find_handler handler);
     void stop_find(std::uint64_t id);
     bool is_available(std::uint16_t service, std::uint16_t instance) const;
     // False when the service instance is not offered; `handler` then is never called.
     bool send_request(std::uint16_t service, std::uint16_t instance, std::uint16_t method,
                       std::vector<std::uint8_t> payload, Response_handler handler);
-    std::uint64_t subscribe(std::uint16_t service, std::uint16_t instance, std::uint8_t major,
-                            std::uint16_t eventgroup, std::uint16_t event, std::shared_ptr<Event_listener> listener);
+    std::uint64_t subscribe(std::uint16_t service, std::uint16_t instance, std::uint8_t major, std::uint16_t eventgroup,
+                            std::uint16_t event, std::shared_ptr<Event_listener> listener);
     void unsubscribe(std::uint64_t id);
 
     // Provider side.

@@ -29,13 +29,17 @@ struct Skeleton_binding::Dispatch : std::enable_shared_from_this<Dispatch> {
             self->run(header, payload, reply);
         };
         switch (mode) {
-        case MethodCallProcessingMode::kEvent: pool->post(std::move(task)); break;
-        case MethodCallProcessingMode::kEventSingleThread: strand->post(std::move(task)); break;
-        case MethodCallProcessingMode::kPoll: {
-            std::lock_guard<std::mutex> lock(mutex);
-            queued.push_back(std::move(task));
-            break;
-        }
+            case MethodCallProcessingMode::kEvent:
+                pool->post(std::move(task));
+                break;
+            case MethodCallProcessingMode::kEventSingleThread:
+                strand->post(std::move(task));
+                break;
+            case MethodCallProcessingMode::kPoll: {
+                std::lock_guard<std::mutex> lock(mutex);
+                queued.push_back(std::move(task));
+                break;
+            }
         }
     }
 
@@ -114,9 +118,11 @@ void Skeleton_binding::offer()
     }
     offered_ = true;
     auto dispatch = dispatch_;
-    runtime_->offer(service_, instance_id_,
-                    [dispatch](const someip::Message_header& header, std::vector<std::uint8_t> payload,
-                               Runtime::Reply reply) { dispatch->on_request(header, std::move(payload), std::move(reply)); });
+    runtime_->offer(
+        service_, instance_id_,
+        [dispatch](const someip::Message_header& header, std::vector<std::uint8_t> payload, Runtime::Reply reply) {
+            dispatch->on_request(header, std::move(payload), std::move(reply));
+        });
 }
 
 void Skeleton_binding::stop_offer()

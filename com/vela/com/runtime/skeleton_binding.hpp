@@ -28,8 +28,7 @@ public:
     // Decodes the request, runs the method and returns the encoded answer; throws on a payload it cannot decode.
     using Method = std::function<std::vector<std::uint8_t>(const std::vector<std::uint8_t>&)>;
 
-    Skeleton_binding(const std::string& service_name, const InstanceSpecifier& instance,
-                     MethodCallProcessingMode mode);
+    Skeleton_binding(const std::string& service_name, const InstanceSpecifier& instance, MethodCallProcessingMode mode);
     ~Skeleton_binding();
     Skeleton_binding(const Skeleton_binding&) = delete;
     Skeleton_binding& operator=(const Skeleton_binding&) = delete;

@@ -46,17 +46,28 @@ bool Message_header::decode(const std::uint8_t* data, std::size_t size, Message_
 const char* to_string(Return_code code)
 {
     switch (code) {
-    case Return_code::kOk: return "E_OK";
-    case Return_code::kNotOk: return "E_NOT_OK";
-    case Return_code::kUnknownService: return "E_UNKNOWN_SERVICE";
-    case Return_code::kUnknownMethod: return "E_UNKNOWN_METHOD";
-    case Return_code::kNotReady: return "E_NOT_READY";
-    case Return_code::kNotReachable: return "E_NOT_REACHABLE";
-    case Return_code::kTimeout: return "E_TIMEOUT";
-    case Return_code::kWrongProtocolVersion: return "E_WRONG_PROTOCOL_VERSION";
-    case Return_code::kWrongInterfaceVersion: return "E_WRONG_INTERFACE_VERSION";
-    case Return_code::kMalformedMessage: return "E_MALFORMED_MESSAGE";
-    case Return_code::kWrongMessageType: return "E_WRONG_MESSAGE_TYPE";
+        case Return_code::kOk:
+            return "E_OK";
+        case Return_code::kNotOk:
+            return "E_NOT_OK";
+        case Return_code::kUnknownService:
+            return "E_UNKNOWN_SERVICE";
+        case Return_code::kUnknownMethod:
+            return "E_UNKNOWN_METHOD";
+        case Return_code::kNotReady:
+            return "E_NOT_READY";
+        case Return_code::kNotReachable:
+            return "E_NOT_REACHABLE";
+        case Return_code::kTimeout:
+            return "E_TIMEOUT";
+        case Return_code::kWrongProtocolVersion:
+            return "E_WRONG_PROTOCOL_VERSION";
+        case Return_code::kWrongInterfaceVersion:
+            return "E_WRONG_INTERFACE_VERSION";
+        case Return_code::kMalformedMessage:
+            return "E_MALFORMED_MESSAGE";
+        case Return_code::kWrongMessageType:
+            return "E_WRONG_MESSAGE_TYPE";
     }
     return "E_UNKNOWN";
 }

@@ -21,8 +21,8 @@ constexpr std::uint8_t kProtocolUdp = 0x11;
 
 enum class Entry_type : std::uint8_t {
     kFindService = 0x00,
-    kOfferService = 0x01,  // TTL 0: StopOfferService
-    kSubscribeEventgroup = 0x06,  // TTL 0: StopSubscribeEventgroup
+    kOfferService = 0x01,            // TTL 0: StopOfferService
+    kSubscribeEventgroup = 0x06,     // TTL 0: StopSubscribeEventgroup
     kSubscribeEventgroupAck = 0x07,  // TTL 0: SubscribeEventgroupNack
 };
 
@@ -54,11 +54,11 @@ struct Sd_entry {
     std::uint16_t service_id = 0;
     std::uint16_t instance_id = kAnyInstance;
     std::uint8_t major = kAnyMajor;
-    std::uint32_t ttl = 0;  // 24 bit, seconds
+    std::uint32_t ttl = 0;            // 24 bit, seconds
     std::uint32_t minor = kAnyMinor;  // service entries
-    std::uint8_t counter = 0;  // eventgroup entries
+    std::uint8_t counter = 0;         // eventgroup entries
     std::uint16_t eventgroup_id = 0;  // eventgroup entries
-    std::vector<Sd_option> options;  // both option runs, resolved
+    std::vector<Sd_option> options;   // both option runs, resolved
 
     bool is_eventgroup_entry() const
     {

@@ -13,10 +13,14 @@ constexpr std::size_t kConfiguredLengthWidth = 4;
 std::size_t length_width(std::uint8_t wire_type)
 {
     switch (wire_type) {
-    case 5: return 1;
-    case 6: return 2;
-    case 7: return 4;
-    default: return kConfiguredLengthWidth;
+        case 5:
+            return 1;
+        case 6:
+            return 2;
+        case 7:
+            return 4;
+        default:
+            return kConfiguredLengthWidth;
     }
 }
 

@@ -29,7 +29,8 @@ std::future<void> methods::InitMonitor::operator()(InitMonitorReasonType reason)
 }
 
 com::runtime::FindServiceHandle DiagnosticMonitorProxy::StartFindService(
-    std::function<void(com::runtime::ServiceHandleContainer<HandleType>)> handler, com::runtime::InstanceSpecifier instance)
+    std::function<void(com::runtime::ServiceHandleContainer<HandleType>)> handler,
+    com::runtime::InstanceSpecifier instance)
 {
     return Proxy_binding::start_find(kDiagnosticMonitorServiceName, std::move(handler), instance);
 }
