@@ -54,7 +54,8 @@ public:
         static Network network;
         return network;
     }
-    const std::string& deployment() const { return path_; }
+    // The deployment as text: the same for this process and the peers it starts.
+    const std::string& deployment() const { return text_; }
 
 private:
     Network()
@@ -65,15 +66,13 @@ private:
         } else {
             sd_port = static_cast<std::uint16_t>(31000 + ::getpid() % 2000);
         }
-        path_ = "/tmp/strata-com-test-" + std::to_string(::getpid()) + ".json";
-        std::ofstream(path_) << R"({"network": {"unicast": "127.0.0.2"},
-            "service_discovery": {"port": )"
-                             << sd_port << R"(, "multicast": "224.244.224.245",
+        text_ = R"({"network": {"unicast": "127.0.0.2"},
+            "service_discovery": {"port": )" +
+                std::to_string(sd_port) + R"(, "multicast": "224.244.224.245",
             "initial_delay_min_ms": 0, "initial_delay_max_ms": 5, "repetitions_base_delay_ms": 20,
             "repetitions_max": 2, "cyclic_offer_delay_ms": 300, "ttl_s": 2},
             "request_timeout_ms": 2000})";
     }
-    ~Network() { (void)::unlink(path_.c_str()); }
 
     static void bring_loopback_up()
     {
@@ -86,7 +85,7 @@ private:
         (void)::close(fd);
     }
 
-    std::string path_;
+    std::string text_;
 };
 
 // strata-someip-offer as a child: commands on its stdin, lines from its stdout.

@@ -26,15 +26,7 @@ std::shared_ptr<Runtime>& instance()
 Deployment read_deployment(const std::string& configuration)
 {
     std::string note;
-    Deployment deployment;
-    if (!configuration.empty() && configuration.front() == '{') {
-        if (!Deployment::from_json(configuration, deployment, note)) {
-            note = "deployment text invalid (" + note + "), using built-in defaults";
-            deployment = Deployment::defaults();
-        }
-    } else {
-        deployment = Deployment::load(configuration, note);
-    }
+    const Deployment deployment = Deployment::load(configuration, note);
     if (!note.empty()) {
         Incident_log::report("deployment", {{"note", note}});
     }

@@ -73,6 +73,14 @@ Service_deployment parse_service(const json& item)
     return service;
 }
 
+void apply_unicast_override(Deployment& deployment)
+{
+    const char* unicast = std::getenv("STRATA_COM_UNICAST");
+    if (unicast != nullptr && *unicast != '\0') {
+        deployment.unicast = unicast;
+    }
+}
+
 const char* const kSample = R"({
   "network": { "unicast": "127.0.0.1", "port": 0, "client_id": 0 },
   "service_discovery": {
@@ -185,6 +193,14 @@ Deployment Deployment::load(const std::string& path, std::string& note)
         chosen = env != nullptr && *env != '\0' ? env : kDefaultDeploymentPath;
     }
     Deployment deployment = defaults();
+    if (!chosen.empty() && chosen.front() == '{') {
+        std::string error;
+        if (!from_json(chosen, deployment, error)) {
+            note = "deployment text invalid (" + error + "), using built-in defaults";
+        }
+        apply_unicast_override(deployment);
+        return deployment;
+    }
     std::ifstream file(chosen);
     if (!file) {
         note = "deployment " + chosen + " not readable, using built-in defaults";
@@ -196,10 +212,7 @@ Deployment Deployment::load(const std::string& path, std::string& note)
             note = "deployment " + chosen + " invalid (" + error + "), using built-in defaults";
         }
     }
-    const char* unicast = std::getenv("STRATA_COM_UNICAST");
-    if (unicast != nullptr && *unicast != '\0') {
-        deployment.unicast = unicast;
-    }
+    apply_unicast_override(deployment);
     return deployment;
 }
 

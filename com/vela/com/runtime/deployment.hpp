@@ -56,8 +56,9 @@ struct Deployment {
     static Deployment defaults();
     // Parses `text`; on failure returns false and leaves the reason in `error`.
     static bool from_json(const std::string& text, Deployment& out, std::string& error);
-    // Reads `path` ("" = $STRATA_COM_DEPLOYMENT or the installed default); falls back to the
-    // defaults and says why in `note`. $STRATA_COM_UNICAST overrides the unicast address.
+    // Reads `path` ("" = $STRATA_COM_DEPLOYMENT or the installed default; a value starting
+    // with '{' is the deployment text itself); falls back to the defaults and says why in
+    // `note`. $STRATA_COM_UNICAST overrides the unicast address.
     static Deployment load(const std::string& path, std::string& note);
 
     const Service_deployment* service(const std::string& name) const;
