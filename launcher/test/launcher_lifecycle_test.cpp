@@ -194,13 +194,6 @@ TEST_F(LauncherLifecycle, TerminationSignalsEndEveryNonDltKindWithStatusZero)
     }
 }
 
-TEST_F(LauncherLifecycle, UdpnmKindUsesItsSwappedPrefix)
-{
-    collaborators.on_poll = [](int, std::uint8_t) { signal_handler(SIGTERM); };
-    EXPECT_EQ(run({"strata-launcher", "3"}), 0);
-    EXPECT_THAT(output, HasSubstr("UDPMN_LAUNCHER Launcher: Running...\n"));
-}
-
 TEST_F(LauncherLifecycle, BadArgumentRunsEmptyTerminationAndFails)
 {
     EXPECT_CALL(api, get_hostname()).Times(0);

@@ -60,15 +60,4 @@ TEST(Configure, FailsWhenHostNameUnavailable)
     EXPECT_EQ(configuration.type, PHM);
 }
 
-TEST(Configure, FailsForUnknownHost)
-{
-    NiceMock<Mock_system_call_api> api;
-    EXPECT_CALL(api, get_hostname()).WillOnce(Return("vm_java.local"));
-    Launcher_configuration configuration;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(configure(configuration, COM, api), 1);
-    (void)testing::internal::GetCapturedStderr();
-    EXPECT_EQ(configuration.partition, partition_unknown);
-}
-
 }  // namespace
