@@ -39,44 +39,70 @@ protected:
     std::future<Output> call(std::vector<std::uint8_t> payload)
     {
         auto promise = std::make_shared<std::promise<Output>>();
-        std::future<Output> future = promise->get_future();
-        const HandleType& handle = binding_->handle();
         auto decode = decode_;
+        send(
+            std::move(payload),
+            [promise, decode](const std::vector<std::uint8_t>& answer) { promise->set_value((*decode)(answer)); },
+            [promise](std::exception_ptr error) { promise->set_exception(error); });
+        return promise->get_future();
+    }
+
+    // For methods whose answer carries no value: the future becomes ready once the answer
+    // arrives (the decoder only checks it).
+    std::future<void> call_without_output(std::vector<std::uint8_t> payload)
+    {
+        auto promise = std::make_shared<std::promise<void>>();
+        auto decode = decode_;
+        send(
+            std::move(payload),
+            [promise, decode](const std::vector<std::uint8_t>& answer) {
+                (void)(*decode)(answer);
+                promise->set_value();
+            },
+            [promise](std::exception_ptr error) { promise->set_exception(error); });
+        return promise->get_future();
+    }
+
+private:
+    using Accept = std::function<void(const std::vector<std::uint8_t>&)>;
+    using Fail = std::function<void(std::exception_ptr)>;
+
+    void send(std::vector<std::uint8_t> payload, Accept accept, Fail fail)
+    {
+        const HandleType& handle = binding_->handle();
         const std::uint16_t service = handle.service_id();
         const std::uint16_t method = method_id_;
         const bool sent =
             binding_->runtime()->send_request(service, handle.instance_id(), method_id_, std::move(payload),
-                                              [promise, decode, service, method](Runtime::Response response) {
-                                                  complete(*promise, *decode, response, service, method);
+                                              [accept, fail, service, method](Runtime::Response response) {
+                                                  complete(response, accept, fail, service, method);
                                               });
         if (!sent) {
             throw std::runtime_error(kServiceNotAvailable);
         }
-        return future;
     }
 
-private:
-    static void complete(std::promise<Output>& promise, const Decoder& decode, const Runtime::Response& response,
+    static void complete(const Runtime::Response& response, const Accept& accept, const Fail& fail,
                          std::uint16_t service, std::uint16_t method)
     {
         if (!response.delivered) {
-            promise.set_exception(std::make_exception_ptr(std::runtime_error(response.failure)));
+            fail(std::make_exception_ptr(std::runtime_error(response.failure)));
             return;
         }
         if (response.header.message_type != someip::Message_type::kResponse ||
             response.header.return_code != someip::Return_code::kOk) {
-            promise.set_exception(std::make_exception_ptr(std::runtime_error(
-                std::string(kTransportException) + ": " + someip::to_string(response.header.return_code))));
+            fail(std::make_exception_ptr(std::runtime_error(std::string(kTransportException) + ": " +
+                                                            someip::to_string(response.header.return_code))));
             return;
         }
         try {
-            promise.set_value(decode(response.payload));
+            accept(response.payload);
         } catch (const std::exception& e) {
             Incident_log::report("decode_failure", {{"service", Incident_log::hex(service)},
                                                     {"method", Incident_log::hex(method)},
                                                     {"size", response.payload.size()},
                                                     {"what", e.what()}});
-            promise.set_exception(std::make_exception_ptr(std::runtime_error(kTransportException)));
+            fail(std::make_exception_ptr(std::runtime_error(kTransportException)));
         }
     }
 

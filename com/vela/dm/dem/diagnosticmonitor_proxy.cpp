@@ -24,8 +24,7 @@ methods::InitMonitor::InitMonitor(std::shared_ptr<Proxy_binding> binding)
 
 std::future<void> methods::InitMonitor::operator()(InitMonitorReasonType reason)
 {
-    auto answer = std::make_shared<std::future<bool>>(call({static_cast<std::uint8_t>(reason)}));
-    return std::async(std::launch::deferred, [answer] { (void)answer->get(); });
+    return call_without_output({static_cast<std::uint8_t>(reason)});
 }
 
 com::runtime::FindServiceHandle DiagnosticMonitorProxy::StartFindService(
