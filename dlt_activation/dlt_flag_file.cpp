@@ -72,6 +72,7 @@ void check_dlt_flag_file(std::uint8_t kind, std::uint32_t& counter, IDLTActivati
     const bool now = dlt_pm_flag.load();
     if (now != before) {
         send_dtc(now);
-        write_error_line(std::string("Launcher: switch DLT logging by file ; ") + (now ? "DLT-flag = 1" : "DLT-flag = 0"));
+        write_error_line(std::string("Launcher: switch DLT logging by file ; ") +
+                         (now ? "DLT-flag = 1" : "DLT-flag = 0"));
     }
 }

@@ -5,8 +5,8 @@
 namespace {
 const std::array<std::string, 2> dtc_state_names{"DTC_PASSED", "DTC_FAILED"};
 const std::array<std::string, 10> monitor_action_names{
-    "kPassed",           "kFailed",          "kPrepassed",       "kPrefailed", "kFdcThresholdReached",
-    "kResetTestFailed",  "kFreezeDebouncing", "kResetDebouncing", "kPrestore",  "kClearPrestore"};
+    "kPassed",          "kFailed",           "kPrepassed",       "kPrefailed", "kFdcThresholdReached",
+    "kResetTestFailed", "kFreezeDebouncing", "kResetDebouncing", "kPrestore",  "kClearPrestore"};
 const std::array<std::string, 4> init_monitor_reason_names{"kClear", "kRestart", "kReenabled", "kStorageReenabled"};
 
 const std::string unknown_dtc_state{"DTC state unknown"};

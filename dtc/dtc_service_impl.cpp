@@ -81,8 +81,8 @@ bool DTCServiceImpl::SetDTCState(std::uint8_t state, bool forceSet)
     }
     const bool failed = state != dtc_state_passed;
     write_error_line(text + " is sent to DM ");
-    log_info() << "+++++ DTCServiceImpl::SetDTCState " << dtc_state_name(state) << " MonitorActionType = "
-               << monitor_action_name(failed ? 1 : 0) << " is sent to DM ";
+    log_info() << "+++++ DTCServiceImpl::SetDTCState " << dtc_state_name(state)
+               << " MonitorActionType = " << monitor_action_name(failed ? 1 : 0) << " is sent to DM ";
     monitorService->SendMonitorAction(failed);
     return true;
 }

@@ -22,12 +22,30 @@ AraLoggingBackend::AraLoggingBackend(const std::string& app_id, const std::strin
     ara::log::InitLogging(app_id, description, ara::log::LogLevel::kInfo, ara::log::LogMode::kRemote, "");
 }
 
-LoggingStream AraLoggingBackend::verbose() { return stream_from(&ara::log::LogVerbose); }
-LoggingStream AraLoggingBackend::debug() { return stream_from(&ara::log::LogDebug); }
-LoggingStream AraLoggingBackend::info() { return stream_from(&ara::log::LogInfo); }
-LoggingStream AraLoggingBackend::warn() { return stream_from(&ara::log::LogWarn); }
-LoggingStream AraLoggingBackend::error() { return stream_from(&ara::log::LogError); }
-LoggingStream AraLoggingBackend::fatal() { return stream_from(&ara::log::LogFatal); }
+LoggingStream AraLoggingBackend::verbose()
+{
+    return stream_from(&ara::log::LogVerbose);
+}
+LoggingStream AraLoggingBackend::debug()
+{
+    return stream_from(&ara::log::LogDebug);
+}
+LoggingStream AraLoggingBackend::info()
+{
+    return stream_from(&ara::log::LogInfo);
+}
+LoggingStream AraLoggingBackend::warn()
+{
+    return stream_from(&ara::log::LogWarn);
+}
+LoggingStream AraLoggingBackend::error()
+{
+    return stream_from(&ara::log::LogError);
+}
+LoggingStream AraLoggingBackend::fatal()
+{
+    return stream_from(&ara::log::LogFatal);
+}
 
 void AraLoggingBackend::flush_all()
 {

@@ -22,8 +22,8 @@ const std::string& BasicEndpoint::GetDescription() const noexcept
 
 void BasicEndpoint::build_description()
 {
-    description_ = kind_ + " '" + GetServiceName() + "', Instance '" + GetInstance() + "', Version '" + GetVersion() +
-                   "': ";
+    description_ =
+        kind_ + " '" + GetServiceName() + "', Instance '" + GetInstance() + "', Version '" + GetVersion() + "': ";
 }
 
 bool BasicEndpoint::run_hook(const char* operation, Hook hook)
@@ -39,12 +39,30 @@ bool BasicEndpoint::run_hook(const char* operation, Hook hook)
     return false;
 }
 
-bool BasicEndpoint::TryCreate() { return run_hook("TryCreate", &BasicEndpoint::Create); }
-bool BasicEndpoint::TryDelete() { return run_hook("TryDelete", &BasicEndpoint::Delete); }
-bool BasicEndpoint::TryInitialize() { return run_hook("TryInitialize", &BasicEndpoint::Initialize); }
-bool BasicEndpoint::TryUninitialize() { return run_hook("TryUninitialize", &BasicEndpoint::Uninitialize); }
-bool BasicEndpoint::TryStart() { return run_hook("TryStart", &BasicEndpoint::Start); }
-bool BasicEndpoint::TryStop() { return run_hook("TryStop", &BasicEndpoint::Stop); }
+bool BasicEndpoint::TryCreate()
+{
+    return run_hook("TryCreate", &BasicEndpoint::Create);
+}
+bool BasicEndpoint::TryDelete()
+{
+    return run_hook("TryDelete", &BasicEndpoint::Delete);
+}
+bool BasicEndpoint::TryInitialize()
+{
+    return run_hook("TryInitialize", &BasicEndpoint::Initialize);
+}
+bool BasicEndpoint::TryUninitialize()
+{
+    return run_hook("TryUninitialize", &BasicEndpoint::Uninitialize);
+}
+bool BasicEndpoint::TryStart()
+{
+    return run_hook("TryStart", &BasicEndpoint::Start);
+}
+bool BasicEndpoint::TryStop()
+{
+    return run_hook("TryStop", &BasicEndpoint::Stop);
+}
 
 bool BasicEndpoint::StartUp()
 {

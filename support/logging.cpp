@@ -27,12 +27,30 @@ std::shared_ptr<LoggingBackend> current_backend()
 const bool backend_ready = (current_backend_slot(), true);
 }  // namespace
 
-LoggingStream log_verbose() { return current_backend()->verbose(); }
-LoggingStream log_debug() { return current_backend()->debug(); }
-LoggingStream log_info() { return current_backend()->info(); }
-LoggingStream log_warn() { return current_backend()->warn(); }
-LoggingStream log_error() { return current_backend()->error(); }
-LoggingStream log_fatal() { return current_backend()->fatal(); }
+LoggingStream log_verbose()
+{
+    return current_backend()->verbose();
+}
+LoggingStream log_debug()
+{
+    return current_backend()->debug();
+}
+LoggingStream log_info()
+{
+    return current_backend()->info();
+}
+LoggingStream log_warn()
+{
+    return current_backend()->warn();
+}
+LoggingStream log_error()
+{
+    return current_backend()->error();
+}
+LoggingStream log_fatal()
+{
+    return current_backend()->fatal();
+}
 
 void log_flush_all()
 {

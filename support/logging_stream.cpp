@@ -41,19 +41,58 @@ LoggingStream& LoggingStream::forward(const T& value)
     return *this;
 }
 
-LoggingStream& LoggingStream::operator<<(bool value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::uint8_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::uint16_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::uint32_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::uint64_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::int8_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::int16_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::int32_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(std::int64_t value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(float value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(double value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(const char* value) { return forward(value); }
-LoggingStream& LoggingStream::operator<<(const std::string& value) { return forward(value); }
+LoggingStream& LoggingStream::operator<<(bool value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::uint8_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::uint16_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::uint32_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::uint64_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::int8_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::int16_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::int32_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(std::int64_t value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(float value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(double value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(const char* value)
+{
+    return forward(value);
+}
+LoggingStream& LoggingStream::operator<<(const std::string& value)
+{
+    return forward(value);
+}
 
 LoggingStream& LoggingStream::operator<<(const std::vector<std::uint8_t>& bytes)
 {

@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <future>
 #include <memory>
-#include <algorithm>
-#include <cstddef>
 #include <string>
 
 #include "dtc/dms_adapter.hpp"
@@ -42,7 +42,8 @@ TEST(DmsAdapter, OnlyClearAndRestartAskForTheStateAgain)
               "+++++ DMSkeletonAdapter::InitMonitor( 3 = kStorageReenabled) is called for 12452\n"
               "+++++ DMSkeletonAdapter::InitMonitor( 7 = InitMonitor reason unknown) is called for 12452\n");
     const auto texts = recording.log->texts();
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), "+++++ DMSkeletonAdapter::InitMonitor calls updateDTCcb for 12452"), 2);
+    EXPECT_EQ(
+        std::count(texts.begin(), texts.end(), "+++++ DMSkeletonAdapter::InitMonitor calls updateDTCcb for 12452"), 2);
 }
 
 TEST(DmsAdapter, SaysWhetherItHasACallback)

@@ -51,9 +51,11 @@ TEST_F(DtcServiceImpl, FirstStateAfterStartIsAlwaysSentAndRepeatsOnlyWhenForced)
               "===== DTCServiceImpl::SetDTCState()  state: 0 forceSet : 0\n"
               "===== DTCServiceImpl::SetDTCState()  state: 0 forceSet : 0 is sent to DM \n");
     const Texts logged = recording.log->texts();
-    EXPECT_TRUE(contains(logged, "+++++ DTCServiceImpl::SetDTCState DTC_FAILED MonitorActionType = kFailed is sent to DM "));
+    EXPECT_TRUE(
+        contains(logged, "+++++ DTCServiceImpl::SetDTCState DTC_FAILED MonitorActionType = kFailed is sent to DM "));
     EXPECT_TRUE(contains(logged, "+++++ DTCServiceImpl::SetDTCState DTC_FAILED not sent "));
-    EXPECT_TRUE(contains(logged, "+++++ DTCServiceImpl::SetDTCState DTC_PASSED MonitorActionType = kPassed is sent to DM "));
+    EXPECT_TRUE(
+        contains(logged, "+++++ DTCServiceImpl::SetDTCState DTC_PASSED MonitorActionType = kPassed is sent to DM "));
     EXPECT_TRUE(contains(logged, "===== DTCServiceImpl::SetDTCState()  state: 1 forceSet : 1"));
 }
 

@@ -30,14 +30,14 @@ private:
         const auto found = script.find(hook);
         const Outcome outcome = found == script.end() ? Outcome::succeed : found->second;
         switch (outcome) {
-        case Outcome::fail:
-            return false;
-        case Outcome::throw_standard:
-            throw std::runtime_error("boom");
-        case Outcome::throw_other:
-            throw 42;
-        case Outcome::succeed:
-            break;
+            case Outcome::fail:
+                return false;
+            case Outcome::throw_standard:
+                throw std::runtime_error("boom");
+            case Outcome::throw_other:
+                throw 42;
+            case Outcome::succeed:
+                break;
         }
         return true;
     }
@@ -63,10 +63,9 @@ TEST_F(EndpointLifecycle, StartUpRunsCreateInitializeStartAndLogsEachWithThePref
     EXPECT_EQ(endpoint.calls, (Calls{"Create", "Initialize", "Start"}));
     EXPECT_EQ(endpoint.GetDescription(), "Service 'N', Instance '7', Version '1.0': ");
     EXPECT_EQ(endpoint.GetInstance(), "7");
-    EXPECT_EQ(recording.log->texts("info"),
-              (Calls{"Service 'N', Instance '7', Version '1.0': TryCreate",
-                     "Service 'N', Instance '7', Version '1.0': TryInitialize",
-                     "Service 'N', Instance '7', Version '1.0': TryStart"}));
+    EXPECT_EQ(recording.log->texts("info"), (Calls{"Service 'N', Instance '7', Version '1.0': TryCreate",
+                                                   "Service 'N', Instance '7', Version '1.0': TryInitialize",
+                                                   "Service 'N', Instance '7', Version '1.0': TryStart"}));
     EXPECT_TRUE(recording.log->texts("error").empty());
 }
 
@@ -89,8 +88,8 @@ TEST_F(EndpointLifecycle, FailedStepIsUndoneWithEveryEarlierStepInReverseOrder)
 
 TEST_F(EndpointLifecycle, FailingUndoHooksDoNotShortenTheUnwinding)
 {
-    endpoint.script = {{"Start", Outcome::throw_other}, {"Stop", Outcome::throw_standard},
-                       {"Uninitialize", Outcome::fail}};
+    endpoint.script = {
+        {"Start", Outcome::throw_other}, {"Stop", Outcome::throw_standard}, {"Uninitialize", Outcome::fail}};
     EXPECT_FALSE(endpoint.StartUp());
     EXPECT_EQ(endpoint.calls, (Calls{"Create", "Initialize", "Start", "Stop", "Uninitialize", "Delete"}));
 }

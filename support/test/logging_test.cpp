@@ -68,15 +68,15 @@ TEST_F(LoggingFacade, InsertionsKeepTheirTypeOnTheWayToTheAdapter)
 {
     ScopedRecordingBackend recording;
     log_info() << true << std::uint8_t{200} << std::uint16_t{65535} << std::uint32_t{7} << std::uint64_t{1ULL << 40}
-               << std::int8_t{-8} << std::int16_t{-16} << std::int32_t{-32} << std::int64_t{-64} << 0.5F << 0.25
-               << "c" << std::string("str");
+               << std::int8_t{-8} << std::int16_t{-16} << std::int32_t{-32} << std::int64_t{-64} << 0.5F << 0.25 << "c"
+               << std::string("str");
 
     const auto messages = recording.log->messages();
     ASSERT_EQ(messages.size(), 1U);
-    EXPECT_EQ(messages[0].tokens,
-              (std::vector<std::string>{"bool:true", "u8:200", "u16:65535", "u32:7", "u64:1099511627776", "i8:-8",
-                                        "i16:-16", "i32:-32", "i64:-64", "float:0.5", "double:0.25", "cstr:c",
-                                        "string:str"}));
+    EXPECT_EQ(
+        messages[0].tokens,
+        (std::vector<std::string>{"bool:true", "u8:200", "u16:65535", "u32:7", "u64:1099511627776", "i8:-8", "i16:-16",
+                                  "i32:-32", "i64:-64", "float:0.5", "double:0.25", "cstr:c", "string:str"}));
     EXPECT_EQ(messages[0].flushes, 1);
 }
 
