@@ -92,11 +92,24 @@ class DltE2e(unittest.TestCase):
             service = Service(self, records, *service_arguments)
             extra += ["--with", service.command]
         run = launcher_e2e.Run(self, "vm_adaptive", "1", "--record-dir", records, *extra)
+        # Runs before the driver's own clean-up (SIGKILL to the sandbox): a launcher that
+        # ends normally lets the sandbox remove its temporary directory.
+        self.addCleanup(self.stop_gracefully, run)
         # Run made a record directory of its own; ours is the one given last and wins.
         run.records = records
         if service is not None:
             service.connect()
         return run, service
+
+    @staticmethod
+    def stop_gracefully(run):
+        if run.process.poll() is not None:
+            return
+        try:
+            run.signal(signal.SIGTERM)
+            run.process.wait(timeout=10)
+        except Exception:  # the driver's SIGKILL follows in any case
+            pass
 
     def wait_for(self, run, predicate, what, seconds=10.0):
         run.wait_for(predicate, what, seconds)
