@@ -45,7 +45,8 @@ using vela::com::runtime::SubscriptionState;
 constexpr auto kBound = 5s;
 
 // Sets up the network once: a private namespace with loopback up when allowed,
-// otherwise the host's loopback with a discovery port of this process's own.
+// otherwise the host's loopback with a discovery port of this process's own. Services
+// take ephemeral ports so that test processes running side by side do not collide.
 class Network {
 public:
     static Network& get()
@@ -55,22 +56,30 @@ public:
     }
     // The deployment as text: the same for this process and the peers it starts.
     const std::string& deployment() const { return text_; }
+    std::uint16_t sd_port() const { return sd_port_; }
 
 private:
     Network()
     {
-        std::uint16_t sd_port = 30490;
         if (::unshare(CLONE_NEWNET) == 0) {
             bring_loopback_up();
         } else {
-            sd_port = static_cast<std::uint16_t>(31000 + ::getpid() % 2000);
+            sd_port_ = static_cast<std::uint16_t>(31000 + ::getpid() % 2000);
         }
         text_ = R"({"network": {"unicast": "127.0.0.2"},
             "service_discovery": {"port": )" +
-                std::to_string(sd_port) + R"(, "multicast": "224.244.224.245",
+                std::to_string(sd_port_) + R"(, "multicast": "224.244.224.245",
             "initial_delay_min_ms": 0, "initial_delay_max_ms": 5, "repetitions_base_delay_ms": 20,
             "repetitions_max": 2, "cyclic_offer_delay_ms": 300, "ttl_s": 2},
-            "request_timeout_ms": 2000})";
+            "request_timeout_ms": 2000,
+            "services": [
+              {"name": "lumo::services::diagnosticdatadistribution::DiagnosticDataDistribution",
+               "service_id": "0x1A2B", "port": 0, "instances": {"1": 1},
+               "methods": {"getDiagnosticData": 1, "getDiagnosticDataValues": 2, "dataValuesHash.Get": 3},
+               "events": {"dataValuesHash": {"id": "0x8001", "eventgroup": 1, "field": true}}},
+              {"name": "vela::dm::dem::DiagnosticMonitor", "service_id": "0x2E10", "port": 0,
+               "instances": {"12452": "0x30A4"}, "methods": {"InitMonitor": 1},
+               "events": {"MonitorAction": {"id": "0x8001", "eventgroup": 1}}}]})";
     }
 
     static void bring_loopback_up()
@@ -84,6 +93,7 @@ private:
         (void)::close(fd);
     }
 
+    std::uint16_t sd_port_ = 30490;
     std::string text_;
 };
 
@@ -336,6 +346,59 @@ public:
     }
     Journal journal;
 };
+
+// Listens on the discovery group like any other node and notes when offers arrive.
+TEST_F(RuntimeAcrossProcesses, OfferPhases_FollowTheConfiguredTiming)
+{
+    const int listener = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const int one = 1;
+    (void)::setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    (void)::setsockopt(listener, SOL_SOCKET, SO_REUSEPORT, &one, sizeof one);
+    sockaddr_in group{};
+    group.sin_family = AF_INET;
+    group.sin_port = htons(Network::get().sd_port());
+    ::inet_pton(AF_INET, "224.244.224.245", &group.sin_addr);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&group), sizeof group), 0);
+    ip_mreq membership{};
+    membership.imr_multiaddr = group.sin_addr;
+    ::inet_pton(AF_INET, "127.0.0.2", &membership.imr_interface);
+    ASSERT_EQ(::setsockopt(listener, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership), 0);
+
+    Monitor monitor;
+    const auto offered = std::chrono::steady_clock::now();
+    monitor.OfferService();
+    std::vector<double> arrivals_ms;
+    const auto deadline = offered + kBound;
+    while (arrivals_ms.size() < 5 && std::chrono::steady_clock::now() < deadline) {
+        pollfd entry{listener, POLLIN, 0};
+        if (::poll(&entry, 1, 100) != 1) {
+            continue;
+        }
+        std::uint8_t buffer[1500];
+        const ssize_t size = ::recv(listener, buffer, sizeof buffer, 0);
+        vela::com::someip::Sd_message message;
+        std::string error;
+        if (size <= 16 ||
+            !vela::com::someip::Sd_message::decode(buffer + 16, static_cast<std::size_t>(size) - 16, message, error)) {
+            continue;
+        }
+        for (const auto& entry_seen : message.entries) {
+            if (entry_seen.type == vela::com::someip::Entry_type::kOfferService && entry_seen.service_id == 0x2E10 &&
+                entry_seen.ttl == 2) {
+                arrivals_ms.push_back(
+                    std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - offered).count());
+            }
+        }
+    }
+    ::close(listener);
+    ASSERT_EQ(arrivals_ms.size(), 5u);
+    // Initial wait 0..5 ms; repetitions after 20 and 40 ms; then every 300 ms.
+    EXPECT_LT(arrivals_ms[0], 100.0);
+    EXPECT_NEAR(arrivals_ms[1] - arrivals_ms[0], 20.0, 15.0);
+    EXPECT_NEAR(arrivals_ms[2] - arrivals_ms[1], 40.0, 15.0);
+    EXPECT_NEAR(arrivals_ms[3] - arrivals_ms[2], 300.0, 40.0);
+    EXPECT_NEAR(arrivals_ms[4] - arrivals_ms[3], 300.0, 40.0);
+}
 
 TEST_F(RuntimeAcrossProcesses, DiagnosticManagerReceivesMonitorActionAndCallsInitMonitor)
 {
