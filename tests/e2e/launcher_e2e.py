@@ -87,9 +87,16 @@ class Run:
         self.ended = None
 
     def kill(self):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGKILL)
-            self.process.wait()
+        """Ends a sandbox that is still running so that it cleans up after itself: a stop
+        request for the launcher, a second one that ends the sandbox, SIGKILL last."""
+        for number in (signal.SIGTERM, signal.SIGTERM, signal.SIGKILL):
+            if self.process.poll() is not None:
+                return
+            self.process.send_signal(number)
+            try:
+                self.process.wait(timeout=5)
+            except subprocess.TimeoutExpired:
+                continue
 
     def path(self, name):
         return os.path.join(self.records, name)
