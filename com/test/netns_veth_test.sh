@@ -68,6 +68,18 @@ exec 3>&-
 wait "${pids[-1]}" || fail "provider ended with failure"
 unset 'pids[-1]'
 
+# The same over IPv6: IPv6 endpoint options and an IPv6 discovery group.
+ip -n "$ns_a" addr add fd00:77::1/64 dev "sca$$" nodad
+ip -n "$ns_b" addr add fd00:77::2/64 dev "scb$$" nodad
+v6='{"network": {"unicast": "fd00:77::%s"}, "service_discovery": {"multicast": "ff14::4:1"}}'
+(ip netns exec "$ns_a" env STRATA_COM_DEPLOYMENT="$(printf "$v6" 1)" "$offer_bin" --value 3 \
+    < <(wait_for "$tmp/find6.log" "value 3"; echo quit) >"$tmp/offer6.log" 2>&1) &
+v6_offer=$!
+ip netns exec "$ns_b" env STRATA_COM_DEPLOYMENT="$(printf "$v6" 2)" \
+    "$find_bin" --count 1 --timeout 10 >"$tmp/find6.log" 2>&1 || fail "IPv6 consumer ended with failure"
+wait "$v6_offer" || fail "IPv6 provider ended with failure"
+grep -q "offered 1a2b.0001 v1.0 @ \[fd00:77::1\]:30501" "$tmp/find6.log" || fail "IPv6 offer not seen"
+
 [ "$capture" = yes ] || { echo "PASS (without wire check)"; exit 0; }
 decode=(-d udp.port==30490,someip -d udp.port==30501,someip)
 # The capture hands packets over in blocks; wait until the last message (StopOffer) is in the file.
