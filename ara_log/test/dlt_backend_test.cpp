@@ -222,7 +222,7 @@ protected:
 
 TEST_F(DltDaemonTest, ErrorArrivesUnderTheApplicationIdAndDebugStaysBelowTheThreshold)
 {
-    Spawned program({probe, "once"}, probe_environment(), directory.path + "/probe.out");
+    Spawned program({probe, "deliver"}, probe_environment(), directory.path + "/probe.out");
     ASSERT_NE(program.wait(std::chrono::seconds(5)), -1);
     EXPECT_EQ(read_file(directory.path + "/probe.out"), "");
     ASSERT_TRUE(received_contains("LAUC LAUN log error V 5 [error message from probe 42 1 1.5 end]"))

@@ -1,5 +1,6 @@
 // Logs the way the launcher does, so that a test can watch what reaches the log daemon.
 //   log_probe once      one debug and one error message, then exit
+//   log_probe deliver   the same, then wait for the library to resend what it buffered
 //   log_probe threads   many short streams from several threads at once
 //   log_probe raise     one error message, then a debug message every 20 ms for up to 5 s,
 //                       until the context's level is raised remotely
@@ -12,6 +13,15 @@
 #include "ara/log/logging.hpp"
 
 namespace {
+
+// A message logged before the library's connection to the daemon is up waits in the
+// library's buffer until its housekeeping thread resends it. The launcher lives long
+// enough for that; a probe that exits at once would lose the message under load, and
+// the exit itself deliberately does not wait for the buffer.
+void linger_for_resend()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+}
 
 void log_from_threads()
 {
@@ -55,6 +65,9 @@ int main(int argc, char** argv)
         auto stream = ara::log::LogError();
         stream << "error message from probe" << std::int32_t{42} << true << 1.5 << std::string("end");
         stream.Flush();
+    }
+    if (mode == "deliver" || mode == "threads") {
+        linger_for_resend();
     }
     return 0;
 }
