@@ -1,6 +1,7 @@
 // Looks for a service on the SOME/IP network and prints what it sees: offers, their
 // end, and each notification (for DiagnosticDataDistribution followed by the answer
 // of getDiagnosticDataValues for id 1293).
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -21,7 +22,7 @@ using vela::com::runtime::InstanceSpecifier;
 
 std::mutex mutex;
 std::condition_variable changed;
-int notifications = 0;
+long notifications = 0;
 
 void say(const std::string& line)
 {
@@ -41,7 +42,7 @@ vela::com::runtime::FindServiceHandle watch(const std::string& instance, std::sh
                                             Subscribe subscribe)
 {
     return Proxy::StartFindService(
-        [&proxy, subscribe](std::vector<HandleType> handles) {
+        [&proxy, subscribe](const std::vector<HandleType>& handles) {
             if (handles.empty()) {
                 say("stopped");
                 proxy.reset();
@@ -56,7 +57,7 @@ vela::com::runtime::FindServiceHandle watch(const std::string& instance, std::sh
         InstanceSpecifier(instance));
 }
 
-void subscribe_data(std::shared_ptr<ddd::proxy::DiagnosticDataDistributionProxy> proxy)
+void subscribe_data(const std::shared_ptr<ddd::proxy::DiagnosticDataDistributionProxy>& proxy)
 {
     std::weak_ptr<ddd::proxy::DiagnosticDataDistributionProxy> weak = proxy;
     proxy->dataValuesHash.SetReceiveHandler([weak] {
@@ -81,7 +82,7 @@ void subscribe_data(std::shared_ptr<ddd::proxy::DiagnosticDataDistributionProxy>
     proxy->dataValuesHash.Subscribe(1);
 }
 
-void subscribe_monitor(std::shared_ptr<dem::proxy::DiagnosticMonitorProxy> proxy)
+void subscribe_monitor(const std::shared_ptr<dem::proxy::DiagnosticMonitorProxy>& proxy)
 {
     std::weak_ptr<dem::proxy::DiagnosticMonitorProxy> weak = proxy;
     proxy->MonitorAction.SetReceiveHandler([weak] {
@@ -99,6 +100,15 @@ void subscribe_monitor(std::shared_ptr<dem::proxy::DiagnosticMonitorProxy> proxy
     proxy->MonitorAction.Subscribe(16);
 }
 
+// A whole decimal number or nothing: "1x" is refused, not read as 1.
+bool parse_number(const std::string& text, long& out)
+{
+    char* end = nullptr;
+    errno = 0;
+    out = std::strtol(text.c_str(), &end, 10);
+    return !text.empty() && errno == 0 && *end == '\0';
+}
+
 int usage()
 {
     std::cerr << "usage: strata-someip-find [--service data|monitor] [--count N] [--timeout SECONDS]\n"
@@ -110,16 +120,20 @@ int usage()
 int main(int argc, char** argv)
 {
     std::string service = "data";
-    int wanted = -1;
-    int timeout_s = 3600;
+    long wanted = -1;
+    long timeout_s = 3600;
     for (int i = 1; i + 1 < argc; i += 2) {
         const std::string arg = argv[i];
         if (arg == "--service") {
             service = argv[i + 1];
         } else if (arg == "--count") {
-            wanted = std::atoi(argv[i + 1]);
+            if (!parse_number(argv[i + 1], wanted)) {
+                return usage();
+            }
         } else if (arg == "--timeout") {
-            timeout_s = std::atoi(argv[i + 1]);
+            if (!parse_number(argv[i + 1], timeout_s) || timeout_s < 0) {
+                return usage();
+            }
         } else {
             return usage();
         }

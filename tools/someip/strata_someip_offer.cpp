@@ -3,6 +3,7 @@
 // can change) and, with --monitor, subscribes to the diagnostic monitor's MonitorAction
 // and calls its InitMonitor.
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
@@ -82,7 +83,7 @@ struct Monitor_client {
     void start()
     {
         search = dem::proxy::DiagnosticMonitorProxy::StartFindService(
-            [this](std::vector<vela::com::runtime::HandleType> handles) { found(handles); },
+            [this](const std::vector<vela::com::runtime::HandleType>& handles) { found(handles); },
             InstanceSpecifier("12452"));
     }
 
@@ -127,6 +128,15 @@ struct Monitor_client {
     }
 };
 
+// A whole decimal number or nothing: "1x" is refused, not read as 1.
+bool parse_number(const std::string& text, long& out)
+{
+    char* end = nullptr;
+    errno = 0;
+    out = std::strtol(text.c_str(), &end, 10);
+    return !text.empty() && errno == 0 && *end == '\0';
+}
+
 int usage()
 {
     std::cerr << "usage: strata-someip-offer [--value N] [--monitor] [--no-offer]\n"
@@ -139,13 +149,15 @@ int usage()
 
 int main(int argc, char** argv)
 {
-    int value = 1;
+    long value = 1;
     bool monitor = false;
     bool offer = true;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--value" && i + 1 < argc) {
-            value = std::atoi(argv[++i]);
+            if (!parse_number(argv[++i], value) || value < 0 || value > 255) {
+                return usage();
+            }
         } else if (arg == "--monitor") {
             monitor = true;
         } else if (arg == "--no-offer") {
@@ -182,13 +194,23 @@ int main(int argc, char** argv)
             provider->StopOfferService();
             say("stopped");
         } else if (command == "init") {
-            int reason = 0;
+            std::string reason;
             words >> reason;
-            client.init(reason);
+            long number = 0;
+            if (!parse_number(reason, number) || number < 0 || number > 255) {
+                say("invalid reason " + reason);
+                continue;
+            }
+            client.init(static_cast<int>(number));
         } else {
-            const std::string number = command == "value" ? (words >> command, command) : command;
-            provider->set(static_cast<std::uint8_t>(std::atoi(number.c_str())));
-            say("value " + number);
+            const std::string text = command == "value" ? (words >> command, command) : command;
+            long number = 0;
+            if (!parse_number(text, number) || number < 0 || number > 255) {
+                say("invalid command " + line);
+                continue;
+            }
+            provider->set(static_cast<std::uint8_t>(number));
+            say("value " + text);
         }
     }
     if (monitor) {

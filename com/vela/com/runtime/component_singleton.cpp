@@ -26,7 +26,7 @@ std::shared_ptr<Runtime>& instance()
 Deployment read_deployment(const std::string& configuration)
 {
     std::string note;
-    const Deployment deployment = Deployment::load(configuration, note);
+    Deployment deployment = Deployment::load(configuration, note);
     if (!note.empty()) {
         Incident_log::report("deployment", {{"note", note}});
     }

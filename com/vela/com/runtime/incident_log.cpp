@@ -10,7 +10,7 @@ namespace vela {
 namespace com {
 namespace runtime {
 
-std::string Incident_log::format(const std::string& incident, nlohmann::json details)
+std::string Incident_log::format(const std::string& incident, const nlohmann::json& details)
 {
     nlohmann::json record = {{"incident", incident}};
     if (details.is_object()) {
@@ -26,9 +26,9 @@ std::string Incident_log::hex(std::uint16_t value)
     return text;
 }
 
-void Incident_log::report(const std::string& incident, nlohmann::json details)
+void Incident_log::report(const std::string& incident, const nlohmann::json& details)
 {
-    const std::string line = format(incident, std::move(details));
+    const std::string line = format(incident, details);
     ara::log::LogWarn() << line;
     static const bool trace = std::getenv("STRATA_COM_TRACE") != nullptr;
     if (trace) {

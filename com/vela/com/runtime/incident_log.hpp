@@ -15,8 +15,8 @@ namespace runtime {
 // and counted by field.
 class Incident_log {
 public:
-    static void report(const std::string& incident, nlohmann::json details);
-    static std::string format(const std::string& incident, nlohmann::json details);
+    static void report(const std::string& incident, const nlohmann::json& details);
+    static std::string format(const std::string& incident, const nlohmann::json& details);
     // Identifiers are logged as "0x1a2b", the way protocol analysers show them.
     static std::string hex(std::uint16_t value);
 };

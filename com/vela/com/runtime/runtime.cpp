@@ -246,7 +246,7 @@ bool Runtime::is_available(std::uint16_t service, std::uint16_t instance) const
 }
 
 bool Runtime::send_request(std::uint16_t service, std::uint16_t instance, std::uint16_t method,
-                           std::vector<std::uint8_t> payload, Response_handler handler)
+                           const std::vector<std::uint8_t>& payload, Response_handler handler)
 {
     std::lock_guard<std::mutex> lock(mutex_);
     const auto offer = remote_offers_.find({service, instance});
@@ -276,7 +276,7 @@ bool Runtime::send_request(std::uint16_t service, std::uint16_t instance, std::u
 
 std::uint64_t Runtime::subscribe(std::uint16_t service, std::uint16_t instance, std::uint8_t major,
                                  std::uint16_t eventgroup, std::uint16_t event,
-                                 std::shared_ptr<Event_listener> listener)
+                                 const std::shared_ptr<Event_listener>& listener)
 {
     Outbox out;
     std::uint64_t id = 0;
@@ -357,7 +357,7 @@ void Runtime::stop_offer(std::uint16_t service, std::uint16_t instance)
 }
 
 void Runtime::notify(std::uint16_t service, std::uint16_t instance, const Event_deployment& event,
-                     std::vector<std::uint8_t> payload)
+                     const std::vector<std::uint8_t>& payload)
 {
     std::lock_guard<std::mutex> lock(mutex_);
     if (event.field) {
@@ -708,7 +708,7 @@ void Runtime::handle_request(const Message_header& header, const std::uint8_t* p
         refuse(Return_code::kUnknownMethod, "unknown_method");
         return;
     }
-    Reply answer = [this, fd, from, header, wants_reply](Return_code code, std::vector<std::uint8_t> bytes) {
+    Reply answer = [this, fd, from, header, wants_reply](Return_code code, const std::vector<std::uint8_t>& bytes) {
         if (!wants_reply) {
             return;
         }

@@ -74,9 +74,9 @@ public:
     bool is_available(std::uint16_t service, std::uint16_t instance) const;
     // False when the service instance is not offered; `handler` then is never called.
     bool send_request(std::uint16_t service, std::uint16_t instance, std::uint16_t method,
-                      std::vector<std::uint8_t> payload, Response_handler handler);
+                      const std::vector<std::uint8_t>& payload, Response_handler handler);
     std::uint64_t subscribe(std::uint16_t service, std::uint16_t instance, std::uint8_t major, std::uint16_t eventgroup,
-                            std::uint16_t event, std::shared_ptr<Event_listener> listener);
+                            std::uint16_t event, const std::shared_ptr<Event_listener>& listener);
     void unsubscribe(std::uint64_t id);
 
     // Provider side.
@@ -84,7 +84,7 @@ public:
     void stop_offer(std::uint16_t service, std::uint16_t instance);
     // Sends to every subscriber of the event's eventgroup; a field's value is kept for new subscribers.
     void notify(std::uint16_t service, std::uint16_t instance, const Event_deployment& event,
-                std::vector<std::uint8_t> payload);
+                const std::vector<std::uint8_t>& payload);
 
 private:
     struct Socket;
