@@ -101,10 +101,17 @@ int Process_factory::create_process(const std::string& path, std::vector<std::st
     collect_vectors(arguments, environment);
     const Child_preparation preparation = prepare_child();
 
+    // Until the child has reset its dispositions, a signal sent to it would run the
+    // launcher's handler there and be lost to the daemon; blocked, it waits for the reset.
+    sigset_t all_signals;
+    sigset_t caller_mask;
+    (void)sigfillset(&all_signals);
+    (void)::pthread_sigmask(SIG_BLOCK, &all_signals, &caller_mask);
     child_pid = system_call->fork();
     if (child_pid == 0) {
-        return run_child(path, preparation);
+        return run_child(path, preparation, caller_mask);
     }
+    (void)::pthread_sigmask(SIG_SETMASK, &caller_mask, nullptr);
     const std::string pid_text = std::to_string(child_pid);
     console_line("LAUNCHER Process_factory: fork done childPID= " + pid_text);
     int result = -1;
@@ -154,9 +161,13 @@ Process_factory::Child_preparation Process_factory::prepare_child()
 // Runs in the child of fork. A substitute fork may return 0 without a new process (unit tests);
 // then the pid is still the parent's and the child's exit would end the caller, so only a
 // really forked child resets its state and ends with _exit.
-int Process_factory::run_child(const std::string& path, const Child_preparation& preparation)
+int Process_factory::run_child(const std::string& path, const Child_preparation& preparation,
+                               const sigset_t& caller_mask)
 {
     const bool forked = ::getpid() != preparation.parent_pid;
+    if (!forked) {
+        (void)::pthread_sigmask(SIG_SETMASK, &caller_mask, nullptr);
+    }
     write_all(preparation.fork_done_line.data(), preparation.fork_done_line.size());
     if (forked) {
         reset_process_state_for_exec(preparation.default_action, preparation.empty_mask);

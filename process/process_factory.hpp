@@ -39,7 +39,7 @@ private:
 
     void collect_vectors(std::vector<std::string>& arguments, const std::vector<std::string>& environment);
     static Child_preparation prepare_child();
-    int run_child(const std::string& path, const Child_preparation& preparation);
+    int run_child(const std::string& path, const Child_preparation& preparation, const sigset_t& caller_mask);
     int run_parent();
     static void* wait_for_child(void* factory);
     void report_child_end(pid_t result);

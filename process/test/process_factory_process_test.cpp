@@ -15,7 +15,9 @@
 #include "process/daemon_handler.hpp"
 #include "process/process_factory.hpp"
 #include "process/system_call_api.hpp"
+#include "tests/mocks/mock_system_call_api.hpp"
 
+using testing::_;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -182,6 +184,48 @@ TEST_F(ProcessFactoryProcessTest, ChildReportsReadinessThroughTheNotifySocketOfI
     const std::string text = testing::internal::GetCapturedStderr();
     EXPECT_TRUE(ready);
     EXPECT_THAT(text, HasSubstr("[Daemon_handler]: get child_ready from " + socket_path + "\n"));
+}
+
+void ignore_signal(int) {}
+
+TEST_F(ProcessFactoryProcessTest, TerminationArrivingBeforeExecReachesTheDaemonNotTheLaunchersHandler)
+{
+    // The launcher's own handler is installed when it forks; a termination that hits the
+    // child before execve must not be swallowed by it.
+    struct sigaction handler {};
+    struct sigaction previous {};
+    handler.sa_handler = ignore_signal;
+    sigemptyset(&handler.sa_mask);
+    ASSERT_EQ(::sigaction(SIGTERM, &handler, &previous), 0);
+    testing::NiceMock<Mock_system_call_api> early_signal;
+    ON_CALL(early_signal, fork()).WillByDefault([this] {
+        const pid_t pid = system_call.fork();
+        if (pid == 0) {
+            (void)::raise(SIGTERM);
+        }
+        return pid;
+    });
+    ON_CALL(early_signal, execve(_, _, _)).WillByDefault([this](const char* path, char* const* argv, char* const* envp) {
+        return system_call.execve(path, argv, envp);
+    });
+    ON_CALL(early_signal, waitpid(_, _, _)).WillByDefault([this](pid_t pid, int* status, int options) {
+        return system_call.waitpid(pid, status, options);
+    });
+    ON_CALL(early_signal, create_thread(_, _)).WillByDefault([this](void* (*function)(void*), void* argument) {
+        return system_call.create_thread(function, argument);
+    });
+
+    testing::internal::CaptureStderr();
+    {
+        Process_factory factory(&early_signal);
+        std::vector<std::string> arguments{probe, "exit", "0"};
+        child = factory.create_process(probe, arguments, {});
+        EXPECT_GT(child, 0);
+        EXPECT_TRUE(wait_until_ended(factory));
+    }
+    const std::string text = testing::internal::GetCapturedStderr();
+    (void)::sigaction(SIGTERM, &previous, nullptr);
+    EXPECT_THAT(text, HasSubstr("child process " + std::to_string(child) + " terminated. Status: 15\n"));
 }
 
 }  // namespace

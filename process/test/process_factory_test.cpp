@@ -222,4 +222,22 @@ TEST_F(ProcessFactoryTest, WaitingThread_ResumesAWaitInterruptedBySignal)
     EXPECT_THAT(text, HasSubstr("child process 55 terminated. Exit code: 0\n"));
 }
 
+TEST_F(ProcessFactoryTest, CreateProcess_LeavesTheCallersSignalMaskAsItWas)
+{
+    // The launcher must go on receiving its signals whatever fork returned.
+    for (const pid_t fork_result : {pid_t{1234}, pid_t{0}, pid_t{-1}}) {
+        EXPECT_CALL(system_call, fork()).WillOnce(Return(fork_result));
+        sigset_t before;
+        ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, nullptr, &before), 0);
+        int result = 0;
+        (void)run("/usr/bin/com_daemon", {}, {}, &result);
+        sigset_t after;
+        ASSERT_EQ(::pthread_sigmask(SIG_SETMASK, nullptr, &after), 0);
+        for (int signal_number = 1; signal_number < SIGRTMIN; ++signal_number) {
+            EXPECT_EQ(sigismember(&after, signal_number), sigismember(&before, signal_number))
+                << "signal " << signal_number << " after fork result " << fork_result;
+        }
+    }
+}
+
 }  // namespace
