@@ -608,6 +608,65 @@ TEST_F(RuntimeAcrossProcesses, UndecodableAnswerAndErrorAnswerReachTheCallerAsEx
     EXPECT_THROW((void)refused.get(), std::runtime_error);
 }
 
+// The state a new subscriber is told first must not overtake the acknowledgement: the
+// first listener call holds on until the acknowledgement could have been handled.
+class Slow_first_listener : public vela::com::runtime::Runtime::Event_listener {
+public:
+    void on_notification(std::vector<std::uint8_t>) override {}
+    void on_state(SubscriptionState state) override
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        const bool first = calls_++ == 0;
+        if (first) {
+            (void)changed_.wait_for(lock, 500ms, [this] { return calls_ > 1; });
+        }
+        last_ = state;
+        changed_.notify_all();
+    }
+    bool wait_for(SubscriptionState state)
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, kBound, [&] { return last_ == state; });
+    }
+    SubscriptionState last()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return last_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    int calls_ = 0;
+    SubscriptionState last_ = SubscriptionState::kNotSubscribed;
+};
+
+TEST_F(RuntimeAcrossProcesses, SubscriptionState_InitialStateNeverOvertakesTheAcknowledgement)
+{
+    Peer provider({"--value", "1"});
+    const auto runtime = Component_singleton::acquire();
+    const auto* service =
+        runtime->service("lumo::services::diagnosticdatadistribution::DiagnosticDataDistribution");
+    ASSERT_NE(service, nullptr);
+    Journal journal;
+    const std::uint64_t search =
+        runtime->start_find(service->service_id, 1, service->major, [&journal](std::vector<HandleType> handles) {
+            journal.add(handles.empty() ? "stopped" : "offered");
+        });
+    ASSERT_TRUE(journal.wait_for("offered"));
+    runtime->stop_find(search);
+
+    // The group is new, so its state is pending until the provider acknowledges.
+    const auto& event = service->event("dataValuesHash");
+    auto listener = std::make_shared<Slow_first_listener>();
+    const std::uint64_t id =
+        runtime->subscribe(service->service_id, 1, service->major, event.eventgroup, event.id, listener);
+    ASSERT_TRUE(listener->wait_for(SubscriptionState::kSubscribed));
+    std::this_thread::sleep_for(100ms);  // a stale state told late would land now
+    EXPECT_EQ(listener->last(), SubscriptionState::kSubscribed);
+    runtime->unsubscribe(id);
+}
+
 // In a namespace whose loopback is down nothing can be bound: the runtime must still
 // start, answer the application without hanging and stop promptly.
 TEST(RuntimeWithoutNetwork, CallsFailCleanlyAndShutdownIsPrompt)

@@ -64,6 +64,7 @@ public:
 
     void Subscribe(std::size_t maxSampleCount)
     {
+        std::lock_guard<std::mutex> serial(subscription_mutex_);
         {
             std::lock_guard<std::mutex> lock(state_->mutex);
             state_->cache_size = maxSampleCount == 0 ? 1 : maxSampleCount;
@@ -78,6 +79,7 @@ public:
 
     void Unsubscribe()
     {
+        std::lock_guard<std::mutex> serial(subscription_mutex_);
         const std::uint64_t id = subscription_.exchange(0);
         if (id == 0) {
             return;
@@ -186,6 +188,11 @@ private:
     std::shared_ptr<Proxy_binding> binding_;
     Event_deployment event_;
     std::shared_ptr<State> state_;
+    // Subscribe and Unsubscribe come from a find handler and from the main thread at once.
+    // Each is a runtime call followed by an update of the id and the state, and an
+    // interleaving could leave a runtime subscription nobody holds the id of, or a
+    // subscribed event whose state reads kNotSubscribed. Taken before the runtime's lock.
+    std::mutex subscription_mutex_;
     std::atomic<std::uint64_t> subscription_{0};
 };
 
