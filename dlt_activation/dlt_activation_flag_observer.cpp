@@ -96,7 +96,9 @@ void DLTActivationFlagObserver::findServiceStart(const Handles& handles)
     if (handles.empty()) {
         log_both("LAUD :LAUD_findServiceStart: Service stopped for instance ID 1 ");
     } else {
-        log_both("LAUD :LAUD_findServiceStart: Service offered for instance ID 1 ");
+        const std::string offered = "LAUD :LAUD_findServiceStart: Service offered for instance ID 1 ";
+        write_error_line(offered);
+        ara::log::LogError() << offered;
         // Only one instance 1 exists in a correct deployment; further handles are ignored.
         setProxy(std::make_shared<Proxy>(handles.front()));
     }

@@ -36,6 +36,9 @@ const char* flag_text()
 
 Output await_answer(std::future<Output>& answer)
 {
+    if (!answer.valid()) {
+        throw std::future_error(std::future_errc::no_state);
+    }
     // A deferred answer can only be had by asking for it; the runtime bounds that wait.
     if (answer.wait_for(answer_limit) == std::future_status::timeout) {
         throw std::runtime_error("getDiagnosticDataValues: no answer within 5000 ms");

@@ -236,6 +236,30 @@ TEST_F(DltActivationObserver, StoppingWithoutASearchLogsOnlyItsFirstLine)
     EXPECT_FALSE(the_observer().getFindServiceHandle());
 }
 
+// The launcher's termination stops the search, which waits for a find handler that is
+// still running; a service that never answers must hold that handler for a bounded time
+// only, or SIGTERM could not end the launcher.
+TEST_F(DltActivationObserver, TerminationEndsPromptlyWhileTheServiceNeverAnswers)
+{
+    service.answer_with({1});
+    service.stall();
+    service.offer();
+    testing::internal::CaptureStderr();
+    the_observer().startFindService();
+    const bool asked = eventually([&] { return request_count() > 0; });
+    const auto started = std::chrono::steady_clock::now();
+    (void)unsubscribe_data_values_hash(the_observer());
+    the_observer().StopConnectAsynchronously();
+    const auto waited = std::chrono::steady_clock::now() - started;
+    const std::string err = testing::internal::GetCapturedStderr();
+    service.release();
+    ASSERT_TRUE(asked) << err;
+    EXPECT_LT(waited, std::chrono::milliseconds(5500));
+    EXPECT_NE(err.find("DLT Launcher: DDD DSA connection lost "), std::string::npos) << err;
+    EXPECT_FALSE(dlt_pm_flag.load());
+    EXPECT_FALSE(the_observer().getFindServiceHandle());
+}
+
 TEST_F(DltActivationObserver, AFindResultWithSeveralHandlesUsesTheFirst)
 {
     service.answer_with({1});
