@@ -44,7 +44,9 @@ std::string dlt_flag_file_path()
 bool dlt_flag_file_readable()
 {
     // Close-on-exec: the descriptor lives only for this check, but the launcher forks.
-    const int descriptor = ::open(dlt_flag_file_path().c_str(), O_RDONLY | O_CLOEXEC);
+    // Non-blocking: the main loop calls this, and opening a FIFO put in the marker's place
+    // would otherwise wait for a writer and keep the launcher from ever seeing SIGTERM.
+    const int descriptor = ::open(dlt_flag_file_path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (descriptor < 0) {
         return false;
     }

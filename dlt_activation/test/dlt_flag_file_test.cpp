@@ -1,13 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "common/launcher_types.hpp"
@@ -133,6 +136,30 @@ TEST_F(DltFlagFile, MissingOrUnreadableMarkerChangesNothingSilently)
         EXPECT_FALSE(dlt_pm_flag.load());
         EXPECT_EQ(err, "");
     }
+}
+
+TEST_F(DltFlagFile, AFifoInTheMarkersPlaceDoesNotHoldTheMainLoop)
+{
+    ASSERT_EQ(::mkfifo(marker.c_str(), 0600), 0);
+    std::promise<void> done;
+    std::future<void> checked = done.get_future();
+    std::thread poll([&] {
+        check_dlt_flag_file(DLT, counter, observer);
+        done.set_value();
+    });
+    const bool returned = checked.wait_for(std::chrono::seconds(2)) == std::future_status::ready;
+    if (!returned) {
+        // A writer lets the blocked open return, so the thread can be joined.
+        const int writer = ::open(marker.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        poll.join();
+        if (writer >= 0) {
+            (void)::close(writer);
+        }
+    } else {
+        poll.join();
+    }
+    EXPECT_TRUE(returned) << "opening the marker waited for a writer";
+    EXPECT_TRUE(dlt_pm_flag.load()) << "an openable marker switches logging on, whatever it is";
 }
 
 TEST_F(DltFlagFile, OtherKindsNeitherCountNorLook)
