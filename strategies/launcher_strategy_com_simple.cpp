@@ -66,7 +66,8 @@ bool Launcher_strategy_COM_simple::start()
     log_debug() << "create process " << main_record->path;
     const pid_t pid = child_setup::create_process(api, *main_record);
     log_debug() << "Start com_daemon PID= " << pid;
-    // A failed fork shows up as the child's death, which ends the launcher's pass anyway.
+    // Deliberately true even when the fork failed: this daemon is not awaited, and the pid
+    // of -1 in the line above is the only trace of the failure.
     return true;
 }
 

@@ -53,6 +53,13 @@ std::vector<std::string> concat(std::vector<std::string> first, const std::vecto
     return first;
 }
 
+void expect_none_on_standard_error(const std::string& errors, std::initializer_list<const char*> texts)
+{
+    for (const char* text : texts) {
+        EXPECT_THAT(errors, Not(HasSubstr(text)));
+    }
+}
+
 template <typename Strategy>
 class Com_strategy_test : public testing::Test {
 protected:
@@ -202,6 +209,24 @@ TEST_F(ComSimple, Stop_ChildIgnoringTerminationIsKilledByFirstPoll)
     EXPECT_FALSE(strategy->get_daemon_handler() == nullptr);
 }
 
+TEST_F(ComSimple, WholePass_ProgressTextsStayOffStandardError)
+{
+    with_libraries();
+    reader.add_directory(manifests, {"a.json"});
+    make(vm_adaptive);
+    testing::internal::CaptureStderr();
+
+    ASSERT_TRUE(strategy->prepare(&api, nullptr));
+    ASSERT_TRUE(strategy->start());
+    api.ignore_termination(api.forked_pids().at(0));
+    strategy->stop();
+    strategy.reset();
+
+    expect_none_on_standard_error(testing::internal::GetCapturedStderr(),
+                                  {"Launcher_strategy_COM_simple", "library ", "[LS_COM]", "create process /usr",
+                                   "Start com_daemon PID= ", "Child still runinng...", "[LS_COM_S]"});
+}
+
 // ---------------------------------------------------------------- COM daemon
 
 class ComDaemon : public Com_strategy_test<Launcher_strategy_COM_daemon> {
@@ -263,6 +288,22 @@ TEST_F(ComDaemon, ReadyChildIsStoppedWithTerminationThenKillProbes)
         EXPECT_EQ(sent[i].signal, SIGKILL);
     }
     EXPECT_FALSE(api.alive(child));
+}
+
+TEST_F(ComDaemon, WholePass_ProgressTextsStayOffStandardError)
+{
+    make(vm_adaptive);
+    api.set_datagram("READY=1");
+    testing::internal::CaptureStderr();
+
+    ASSERT_TRUE(strategy->prepare(&api, nullptr));
+    ASSERT_TRUE(strategy->start());
+    strategy->stop();
+    strategy.reset();
+
+    expect_none_on_standard_error(testing::internal::GetCapturedStderr(),
+                                  {"Launcher_strategy_COM_daemon", "create process /usr",
+                                   "Start com_daemon PID= ", "Child still runinng...", "[LS_COM_S]"});
 }
 
 // ---------------------------------------------------------------- COM complex
@@ -364,13 +405,28 @@ TEST_F(ComComplex, Stop_Vlan1IgnoringTerminationIsKilledAfterTwoSeconds)
 
     const auto elapsed = std::chrono::steady_clock::now() - begin;
     const std::string errors = testing::internal::GetCapturedStderr();
-    EXPECT_GE(elapsed, std::chrono::milliseconds(1900));
+    EXPECT_GE(elapsed, std::chrono::milliseconds(2000));  // 20 full sleeps
     EXPECT_LT(elapsed, std::chrono::milliseconds(3500));
     EXPECT_THAT(api.signals(), ElementsAre(Sent{vlan0, SIGTERM}, Sent{vlan1, SIGTERM}, Sent{vlan1, SIGKILL}));
     EXPECT_THAT(errors, AllOf(HasSubstr("[LS_COM_C]: Time out, but child still running...\n"),
                               HasSubstr("[LS_COM_C]: Sending Kill signal to com_vlan1_daemon...\n"),
                               Not(HasSubstr("com_vlan0_daemon..."))));
     EXPECT_FALSE(api.alive(vlan1));
+}
+
+TEST_F(ComComplex, WholePass_ProgressTextsStayOffStandardError)
+{
+    with_libraries();
+    testing::internal::CaptureStderr();
+
+    start_both();
+    strategy->stop();
+    strategy.reset();
+
+    expect_none_on_standard_error(
+        testing::internal::GetCapturedStderr(),
+        {"[LS_COM_C]: preparing", "[LS_COM_C]: COM daemon preparation done", "[LS_COM_C]: Stopping",
+         "[LS_COM_C]: All com_daemon", "[LS_COM_C]: destructor", "[LS_COM]: did not any manifest"});
 }
 
 }  // namespace

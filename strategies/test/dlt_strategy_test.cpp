@@ -171,6 +171,28 @@ TEST_F(DltStrategy, StartAndStop_ConsoleQuietWhileRunningVerboseAfter)
     EXPECT_EQ(errors.find("STOP DLT LAUNCHER done ...\n"), errors.rfind("STOP DLT LAUNCHER done ...\n"));
 }
 
+TEST_F(DltStrategy, WholePass_OnlyFailuresAndMilestonesReachStandardError)
+{
+    make(vm_adaptive);
+    api.set_datagram("READY=1");
+    testing::internal::CaptureStderr();
+
+    ASSERT_TRUE(strategy->prepare(&api, nullptr));
+    ASSERT_TRUE(strategy->start());
+    strategy->stop();
+    strategy.reset();
+
+    const std::string errors = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(errors, AllOf(HasSubstr("Launcher_strategy_DLT :prepare...\n"),
+                              HasSubstr("Launcher_strategy_DLT : start...\n"), HasSubstr("STOP DLT LAUNCHER ...\n")));
+    for (const char* quiet_text :
+         {"run dlt-process", "run /usr/bin/dlt", "dlt_daemon is started", "virtual console", "stop DTL",
+          "still runinng", "Launcher_strategy_DLT : kill", "Launcher_strategy_DLT : run  PATH",
+          "Launcher_strategy_DLT : COMMAND LINE ARGU", "is available", ":delete", "====="}) {
+        EXPECT_THAT(errors, Not(HasSubstr(quiet_text)));
+    }
+}
+
 TEST_F(DltStrategy, Stop_RunsProxyCleanupEvenWhenProxyAlreadyEnded)
 {
     make(vm_java);
