@@ -179,6 +179,10 @@ protected:
         testing::internal::CaptureStderr();
         (void)unsubscribe_data_values_hash(the_observer());
         the_observer().StopConnectAsynchronously();
+        // A notification's request may still be running; it must not end in the next test.
+        if (const auto proxy = the_observer().getProxy()) {
+            proxy->dataValuesHash.UnsetReceiveHandler();
+        }
         the_observer().setProxy(nullptr);
         (void)testing::internal::GetCapturedStderr();
         EXPECT_TRUE(service.withdraw());
@@ -252,11 +256,11 @@ TEST_F(DltActivationObserver, TerminationEndsPromptlyWhileTheServiceNeverAnswers
     the_observer().StopConnectAsynchronously();
     const auto waited = std::chrono::steady_clock::now() - started;
     const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_FALSE(dlt_pm_flag.load());
     service.release();
     ASSERT_TRUE(asked) << err;
     EXPECT_LT(waited, std::chrono::milliseconds(5500));
     EXPECT_NE(err.find("DLT Launcher: DDD DSA connection lost "), std::string::npos) << err;
-    EXPECT_FALSE(dlt_pm_flag.load());
     EXPECT_FALSE(the_observer().getFindServiceHandle());
 }
 
