@@ -75,11 +75,13 @@ void start_library(const std::string& appId, const std::string& appDescription, 
     if (!has_mode(logMode, LogMode::kRemote) && has_mode(logMode, LogMode::kFile) && !directoryPath.empty()) {
         (void)dlt_init_file((directoryPath + "/" + appId + ".dlt").c_str());
     }
-    if (dlt_register_app(appId.c_str(), appDescription.c_str()) < DLT_RETURN_OK) {
-        return;
-    }
     // Without a daemon the library would hold the exit for ten seconds trying to resend.
+    // The time-out only takes when the library was initialised first: otherwise setting it
+    // tries to initialise, and where that fails (no pipe directory) it gives up without
+    // setting it, while the library's at-exit handler stays in place all the same.
+    (void)dlt_init();
     (void)dlt_set_resend_timeout_atexit(0);
+    (void)dlt_register_app(appId.c_str(), appDescription.c_str());
 }
 
 }  // namespace

@@ -157,6 +157,19 @@ TEST(DltBackendTest, WithoutDaemon_ProgramPrintsNothingAndExitsAtOnce)
     EXPECT_LT(elapsed, std::chrono::milliseconds(500));
 }
 
+TEST(DltBackendTest, WithoutPipeDirectory_ProgramStillExitsAtOnce)
+{
+    TemporaryDirectory directory;
+    const std::string output = directory.path + "/probe.out";
+    const auto start = Clock::now();
+    Spawned program({probe, "once"}, {"DLT_PIPE_DIR=" + directory.path + "/missing"}, output);
+    const int status = program.wait(std::chrono::seconds(15));
+    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+    ASSERT_NE(status, -1);
+    EXPECT_EQ(read_file(output), "");
+    EXPECT_LT(elapsed, std::chrono::milliseconds(500));
+}
+
 class DltDaemonTest : public testing::Test {
 protected:
     void SetUp() override
