@@ -1,5 +1,7 @@
 #include "process/process_factory.hpp"
 
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -55,7 +57,20 @@ void write_value_line(const std::string& prefix, long value) noexcept
 
 // Async-signal-safe: the daemon must start with default dispositions, an empty signal mask
 // and none of the launcher's descriptors, whatever the launcher's threads had set up.
-void reset_process_state_for_exec(const struct sigaction& default_action, const sigset_t& empty_mask) noexcept
+// One past the highest descriptor worth marking when the kernel cannot mark a range at once;
+// read before fork, since the child may not call getrlimit's non-signal-safe relatives.
+int descriptor_end() noexcept
+{
+    constexpr rlim_t most = 65536;
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur > most) {
+        return static_cast<int>(most);
+    }
+    return static_cast<int>(limit.rlim_cur);
+}
+
+void reset_process_state_for_exec(const struct sigaction& default_action, const sigset_t& empty_mask,
+                                  int end) noexcept
 {
     for (int signal_number = 1; signal_number < NSIG; ++signal_number) {
         // SIGKILL, SIGSTOP and the C library's internal signals refuse; nothing to do about them.
@@ -63,8 +78,14 @@ void reset_process_state_for_exec(const struct sigaction& default_action, const 
     }
     (void)::sigprocmask(SIG_SETMASK, &empty_mask, nullptr);
     // Descriptors opened without close-on-exec by libraries (log FIFOs and the like) would
-    // otherwise leak into the daemon. Kernels without close_range keep the old behaviour.
-    (void)::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    // otherwise leak into the daemon. Kernels before 5.11 refuse the flag; there each
+    // descriptor is marked on its own.
+    if (::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC) == 0) {
+        return;
+    }
+    for (int descriptor = STDERR_FILENO + 1; descriptor < end; ++descriptor) {
+        (void)::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    }
 }
 
 }  // namespace
@@ -148,6 +169,7 @@ Process_factory::Child_preparation Process_factory::prepare_child()
 {
     Child_preparation preparation{};
     preparation.parent_pid = ::getpid();
+    preparation.descriptor_end = descriptor_end();
     preparation.fork_done_line = "LAUNCHER Process_factory: fork done childPID= 0\n";
     preparation.execve_failure_line = "LAUNCHER Process_factory: execve returns FAILURE -1\n";
     preparation.execve_result_prefix = "LAUNCHER Process_factory: execve returns good procid ";
@@ -170,7 +192,7 @@ int Process_factory::run_child(const std::string& path, const Child_preparation&
     }
     write_all(preparation.fork_done_line.data(), preparation.fork_done_line.size());
     if (forked) {
-        reset_process_state_for_exec(preparation.default_action, preparation.empty_mask);
+        reset_process_state_for_exec(preparation.default_action, preparation.empty_mask, preparation.descriptor_end);
     }
     const int result = system_call->execve(path.c_str(), argv.data(), envp.data());
     if (result == -1) {

@@ -29,6 +29,7 @@ private:
     // the child of a threaded process may only make async-signal-safe calls.
     struct Child_preparation {
         pid_t parent_pid;
+        int descriptor_end;
         std::string fork_done_line;
         std::string execve_failure_line;
         std::string execve_result_prefix;
