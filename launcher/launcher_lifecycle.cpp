@@ -117,7 +117,7 @@ void Launcher_lifecycle::restart_loop()
         if (!begin_pass(daemons_running)) {
             return;
         }
-        run_phase(daemons_running);
+        launcher_main_loop(daemons_running);
         if (!is_dlt()) {
             // stop_flag is still set, so the next pass ends the process: systemd restarts
             // these launchers, they do not restart their daemons themselves.
@@ -238,7 +238,7 @@ void Launcher_lifecycle::retry_dlt_start()
     failure = 0;
 }
 
-void Launcher_lifecycle::run_phase(bool daemons_running)
+void Launcher_lifecycle::launcher_main_loop(bool daemons_running)
 {
     const std::string name = launcher_type_names[configuration.type];
     poll_counter = first_poll_counter;

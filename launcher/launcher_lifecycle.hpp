@@ -52,7 +52,7 @@ private:
     bool prepare_and_start();
     bool handle_failed_start();
     void retry_dlt_start();
-    void run_phase(bool daemons_running);
+    void launcher_main_loop(bool daemons_running);
     void poll_until_pass_ends();
     void shutdown_launcher(const std::string& reason);
     void terminate();
