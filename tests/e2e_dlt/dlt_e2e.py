@@ -10,6 +10,7 @@ Exit status 77 (skipped) when not root or when bubblewrap cannot create namespac
 """
 
 import argparse
+import json
 import os
 import shutil
 import signal
@@ -23,6 +24,47 @@ import launcher_e2e  # noqa: E402  (the sandbox driver shared with the other kin
 
 OFFER = None
 MARKER = "/data/target/etc/adaptive/ara_DLT/DLTActivation"
+QUIET = "/sys/devices/virtual/tty/hvc1/quiet"
+DEPLOYMENT = os.path.join(os.path.dirname(os.path.dirname(HERE)), "com", "deployment", "strata-com.json")
+REQUEST_LIMIT_MS = 1000
+DLT_NAMES = ("dlt-daemon", "dltproxyd", "dlt-system")
+# What the sandbox itself runs in its PID namespace: its init, the played service (the
+# name cut to 15 characters; its shell execs it) and the launcher.
+SANDBOX_OWN = {"bwrap", "strata-someip-o", "strata-launcher"}
+
+
+def children(pid):
+    try:
+        with open("/proc/%d/task/%d/children" % (pid, pid)) as handle:
+            return [int(p) for p in handle.read().split()]
+    except OSError:
+        return []
+
+
+def namespace_view(namespace):
+    """(name, state) of every process in a PID namespace."""
+    view = []
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            if os.readlink("/proc/%s/ns/pid" % entry) != namespace:
+                continue
+            with open("/proc/%s/stat" % entry) as handle:
+                stat = handle.read()
+        except OSError:
+            continue
+        view.append((stat[stat.index("(") + 1:stat.rindex(")")], stat[stat.rindex(")") + 2]))
+    return sorted(view)
+
+
+def gone_or_zombie(pid):
+    try:
+        with open("/proc/%d/stat" % pid) as handle:
+            stat = handle.read()
+    except OSError:
+        return True
+    return stat[stat.rindex(")") + 2] == "Z"
 INNER_STANDIN_DIR = "/run/strata-standin"
 
 
@@ -82,8 +124,10 @@ class Service:
 class DltE2e(unittest.TestCase):
     maxDiff = None
 
-    def run_launcher(self, *options, service_arguments=None):
-        """Starts the DLT launcher on vm_adaptive, with the played service if asked."""
+    def run_launcher(self, *options, service_arguments=None, hostname="vm_adaptive", keep=False):
+        """Starts the DLT launcher (on vm_adaptive unless told), with the played service if
+        asked. With keep the sandbox's staging directory outlives the launcher, so that
+        what the launcher wrote at its stop can still be read."""
         records = launcher_e2e.tempfile.mkdtemp(prefix="strata-e2e-dlt.")
         self.addCleanup(shutil.rmtree, records, True)
         service = None
@@ -91,15 +135,58 @@ class DltE2e(unittest.TestCase):
         if service_arguments is not None:
             service = Service(self, records, *service_arguments)
             extra += ["--with", service.command]
-        run = launcher_e2e.Run(self, "vm_adaptive", "1", "--record-dir", records, *extra)
+        if keep:
+            extra.append("--keep")
+        run = launcher_e2e.Run(self, hostname, "1", "--record-dir", records, *extra)
         # Runs before the driver's own clean-up (SIGKILL to the sandbox): a launcher that
         # ends normally lets the sandbox remove its temporary directory.
         self.addCleanup(self.stop_gracefully, run)
         # Run made a record directory of its own; ours is the one given last and wins.
         run.records = records
+        if keep:
+            run.stage = self.staging_directory(run)
+            self.addCleanup(self.remove_stage, run)
         if service is not None:
             service.connect()
         return run, service
+
+    def staging_directory(self, run):
+        """The host directory whose fs/ subtree the sandbox binds over its fixed paths,
+        read from bubblewrap's command line."""
+        found = []
+
+        def look():
+            for child in children(run.process.pid):
+                try:
+                    with open("/proc/%d/cmdline" % child, "rb") as handle:
+                        words = handle.read().decode().split("\0")
+                except OSError:
+                    continue
+                for index in range(1, len(words) - 1):
+                    if words[index - 1] == "--bind" and words[index + 1] == "/sys":
+                        found.append(os.path.dirname(os.path.dirname(words[index])))
+                        return True
+            return False
+
+        run.wait_for(look, "the sandbox's bubblewrap", seconds=5.0)
+        return found[0]
+
+    def remove_stage(self, run):
+        self.stop_gracefully(run)
+        run.kill()
+        shutil.rmtree(run.stage, True)
+
+    @staticmethod
+    def host_path(run, path):
+        return os.path.join(run.stage, "fs", path.lstrip("/"))
+
+    def quiet_file(self, run):
+        with open(self.host_path(run, QUIET)) as handle:
+            return handle.read()
+
+    def create_marker(self, run):
+        with open(self.host_path(run, MARKER), "w"):
+            pass
 
     @staticmethod
     def stop_gracefully(run):
@@ -173,46 +260,198 @@ class DltE2e(unittest.TestCase):
         requests = [line for line in service.lines() if line.startswith("request getDiagnosticDataValues 0 ids 1 ")]
         self.assertGreaterEqual(len(requests), 2, service.lines())
 
-    def test_MarkerFile_SwitchesLoggingOnWhileNoServiceAnswers(self):
-        run, _ = self.run_launcher("--file", MARKER + "=")
-        self.wait_for(run, lambda: self.daemon_starts(run) == 1, "dlt-daemon started by the marker file")
+    def started_ns(self, run, name):
+        """CLOCK_MONOTONIC start times of every stand-in `name`, in start order."""
+        return sorted(int(value) for value in run.record(name).values("start"))
+
+    def all_started(self, run):
+        return all(run.record(name).pids() for name in DLT_NAMES)
+
+    def stop_and_watch(self, run, seconds):
+        """SIGTERM to the launcher; returns the seconds until it ended and the last view of
+        its PID namespace while it still ran (names and states)."""
+        pid = run.launcher_pid()
+        namespace = os.readlink("/proc/%d/ns/pid" % pid)
+        last = []
+        run.signal(signal.SIGTERM)
+        started = time.monotonic()
+        while True:
+            view = namespace_view(namespace)
+            if gone_or_zombie(pid):
+                break
+            last = view
+            if time.monotonic() - started > seconds:
+                self.fail("the launcher still ran %.1f s after SIGTERM" % seconds)
+            time.sleep(0.002)
+        return time.monotonic() - started, last
+
+    def assertOnlySandboxLeft(self, view):
+        self.assertTrue(view, "no view of the namespace while the launcher stopped")
+        self.assertEqual(sorted({name for name, _ in view} - SANDBOX_OWN), [], view)
+        self.assertEqual([entry for entry in view if entry[1] == "Z"], [], view)
+
+    def test_MarkerFile_CreatedWhileRunning_StartsTheChainAndQuietsTheConsole(self):
+        run, _ = self.run_launcher(keep=True)
+        run.wait_ready(1)
+        self.assertEqual(self.quiet_file(run), "0\n")
+        created = time.monotonic_ns()
+        self.create_marker(run)
+        self.wait_for(run, lambda: self.all_started(run), "the DLT chain started by the marker file", seconds=8.0)
+        self.wait_for(run, lambda: self.quiet_file(run) == "1 \n", "the console quieted after the start", seconds=2.0)
+        delay = (self.started_ns(run, "dlt-daemon")[0] - created) / 1e9
+        print("\nmarker file to dlt-daemon start: %.2f s" % delay, file=sys.stderr)
+        self.assertLess(delay, 6.0, "the marker file is consulted about every 5 s")
         run.wait_ready(2)
         self.assertEndsOnSigterm(run)
-        self.assertIn("Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n"
-                      "DLT Launcher: send DTC; flag = 1 DTC=FAIL\n", run.stderr)
+        self.assertEqual(self.quiet_file(run), "0 \n", "the console stays quiet after the stop")
+        self.assertEqual(run.ready_count(), 2, "READY once per pass")
+        self.assertEqual(run.record("dlt-daemon").argv(), ["/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_adaptive_vm.conf"])
+        self.assertEqual(run.record("dltproxyd").argv(),
+                         ["/usr/bin/dltproxyd", "-c", "/data/target/etc/adaptive/ara_DLT/dlt_proxy.json"])
+        self.assertEqual(run.record("dlt-system").argv(), ["/usr/bin/dlt-system"])
+        for name in DLT_NAMES:
+            record = run.record(name)
+            self.assertEqual(len(record.pids()), 1, name)
+            self.assertEqual(record.env(), [launcher_e2e.PATH_ENTRY,
+                                            "NOTIFY_SOCKET=/var/run/adaptive/ara_DLT/dlt_launch_daemon",
+                                            "APP_INSTANCE_ID=dlt-daemon-container"], name)
+        without = run.stderr.index("DLT_LAUNCHER Launcher: start without DLT LOG...\n")
+        switched = run.stderr.index("Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n"
+                                    "DLT Launcher: send DTC; flag = 1 DTC=FAIL\n")
+        self.assertLess(without, switched)
         self.assertIn("Launcher: switch DLT logging by file ; DLT-flag = 1\n", run.stderr)
+        self.assertIn("STOP DLT LAUNCHER ...\n", run.stderr)
+        self.assertNotIn("Cannot read virtual console file", run.stderr)
         self.assertNotIn("DTL launcher : Unsubscribe from DSA notification", run.stderr)
 
-    def test_NoServiceNoMarker_StaysWithoutDaemonsAndEndsPromptly(self):
-        run, _ = self.run_launcher()
-        run.wait_ready(1)
-        self.assertEndsOnSigterm(run, seconds=2.0)
-        self.assertEqual(self.daemon_starts(run), 0)
-        self.assertEqual(run.ready_count(), 1)
-        self.assertIn("DLT_LAUNCHER Launcher: start without DLT LOG...\n", run.stderr)
-        self.assertIn("DLT launcher : Proxy : NOT connected to DSA Diagnostic Data Distribution\n", run.stderr)
-        self.assertNotIn("switch ON DLT logging", run.stderr)
+    def test_MarkerFile_OnEmulator_UsesItsConfigurationAndLeavesTheConsoleAlone(self):
+        run, _ = self.run_launcher("--file", MARKER + "=", "--file", QUIET + "=untouched\\n",
+                                   hostname="qemu-arm64", keep=True)
+        self.wait_for(run, lambda: self.all_started(run), "the DLT chain started by the marker file")
+        run.wait_ready(2)
+        self.assertEndsOnSigterm(run)
+        self.assertEqual(self.quiet_file(run), "untouched\n")
+        self.assertEqual(run.record("dlt-daemon").argv(), ["/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_qemu.conf"])
+        self.assertIn("STOP DLT LAUNCHER ...\n", run.stderr)
+        self.assertNotIn("Cannot read virtual console file", run.stderr)
 
-    def test_ServiceGone_LastFlagStaysAndFileIsConsultedAgain(self):
-        run, service = self.run_launcher("--file", MARKER + "=", service_arguments=["--value", "0"])
-        # The marker file may switch logging on before the service is found; the
-        # service's answer 0 then switches it off again.
+    def test_LogDaemonNeverReady_RetriesThriceThenWaitsForAFlagChange(self):
+        # All three share the log daemon's notification socket, so none may say READY.
+        run, _ = self.run_launcher("--file", MARKER + "=", "--standin", "dlt-daemon=ready=never",
+                                   "--standin", "dltproxyd=ready=never", "--standin", "dlt-system=ready=never")
+        self.wait_for(run, lambda: len(run.record("dlt-daemon").pids()) == 4, "four starts of dlt-daemon",
+                      seconds=20.0)
+        # After the fourth failure the launcher waits for a change of the flag: no start
+        # for a while, and nothing of the failed start left running.
+        self.wait_for(run, lambda: not any(name in DLT_NAMES for _, _, name in run.processes()),
+                      "the failed chain stopped", seconds=6.0)
+        quiet_until = time.monotonic() + 1.0
+        while time.monotonic() < quiet_until:
+            self.assertEqual(len(run.record("dlt-daemon").pids()), 4, "a start after the fourth failure")
+            time.sleep(0.05)
+        self.assertEndsOnSigterm(run)
+        starts = self.started_ns(run, "dlt-daemon")
+        gaps = [(later - earlier) / 1e9 - 3.0 for earlier, later in zip(starts, starts[1:])]
+        print("\npauses between failed starts beyond the 3 s wait: %s s" % ", ".join("%.2f" % g for g in gaps),
+              file=sys.stderr)
+        for gap in gaps:
+            self.assertGreater(gap, 0.1)
+            self.assertLess(gap, 0.8, "a quick retry took too long")
+        self.assertEqual(run.stderr.count("[LS_DLT]: dlt_daemon is not ready reached time out\n"), 4)
+        self.assertEqual(run.stderr.count(
+            "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry soon ...\n"), 3, run.stderr)
+        self.assertEqual(run.stderr.count(
+            "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry if dlt flag changes ...\n"), 1)
+        last_soon = run.stderr.rindex("but retry soon ...\n")
+        self.assertLess(last_soon, run.stderr.index("but retry if dlt flag changes ...\n"))
+        self.assertEqual(run.stderr.count("Launcher: Starting failed. Terminating\n"), 4)
+
+    def test_Sigterm_WithServiceAndLogging_EndsWithinASecondAndWithdrawsTheMonitor(self):
+        run, service = self.run_launcher(service_arguments=["--value", "1", "--monitor"])
+        self.wait_for(run, lambda: self.all_started(run), "the DLT chain started after the service said 1")
+        run.wait_ready(2)
+        self.wait_for(run, lambda: service.saw("monitor offered 2e10.30a4 v1.0 @ 127.0.0.1:30502"),
+                      "the manager finding the monitor")
+        elapsed, last_view = self.stop_and_watch(run, 5.0)
+        print("\nSIGTERM to launcher exit, service connected, DLT on: %.0f ms" % (elapsed * 1000), file=sys.stderr)
+        self.assertEqual(run.finish(), 0, run.stderr)
+        self.assertLess(elapsed, 1.0, "the launcher took too long to end")
+        self.assertTrue(service.saw("monitor stopped"), service.lines())
+        self.assertEqual(run.leftovers(), [])
+        self.assertOnlySandboxLeft(last_view)
+        for name in DLT_NAMES:
+            self.assertEqual(len(run.record(name).pids()), 1, name)
+        self.assertIn("DTL launcher : Unsubscribe from DSA notification\n", run.stderr)
+        self.assertTrue(run.stderr.endswith("DTL launcher : Shutdown DTC\nDTL launcher : Stop COM \n"
+                                            "DLT_LAUNCHER Launcher: Terminating...\n"), run.stderr[-400:])
+
+    def flip_flag_fifty_times(self, last):
+        run, service = self.run_launcher(service_arguments=["--value", "0"])
         self.wait_for(run, lambda: service.saw("request getDiagnosticDataValues 0 ids 1 -> value 0 returnCode 0"),
                       "the launcher asking the service")
-        self.wait_for(run, lambda: not self.daemon_running(run), "no dlt-daemon running")
-        started_while_served = self.daemon_starts(run)
-        service.send("stop")
-        self.wait_for(run, lambda: service.saw("stopped"), "the service withdrawn")
-        # Without an answering service the marker file counts again and switches logging
-        # on at its next check (about 5 s later at most).
-        self.wait_for(run, lambda: self.daemon_starts(run) > started_while_served,
-                      "dlt-daemon started by the marker file after the service went away", seconds=15.0)
-        self.assertEndsOnSigterm(run)
-        self.assertIn("LAUD :LAUD_findServiceStart: Service stopped for instance ID 1 \n", run.stderr)
-        self.assertIn("Launcher: request from DSA :  DLT-flag = 0\n", run.stderr)
-        gone = run.stderr.index("LAUD :LAUD_findServiceStart: Service stopped for instance ID 1 \n")
-        self.assertIn("Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n",
-                      run.stderr[gone:])
+        values = [(index + last + 1) % 2 for index in range(50)]
+        self.assertEqual(values[-1], last)
+        for value in values:
+            service.send("value %d" % value)
+            time.sleep(0.02)
+        self.wait_for(run, lambda: service.saw("value %d" % last) and len(
+            [line for line in service.lines() if line.startswith("value ")]) == 50, "the 50 changes sent")
+
+        expected = sorted(SANDBOX_OWN | (set(DLT_NAMES) if last else set()))
+        seen = []
+
+        def settled():
+            seen[:] = sorted((name, state) for _, state, name in run.processes())
+            return [name for name, state in seen] == expected and all(state != "Z" for _, state in seen)
+
+        try:
+            self.wait_for(run, settled, "the launcher settling on the last value %d" % last, seconds=10.0)
+        except AssertionError as error:
+            raise AssertionError("%s; processes: %s" % (error, seen)) from None
+        # Still so a little later: no pass is left to run.
+        time.sleep(0.5)
+        self.assertTrue(settled(), seen)
+        elapsed, last_view = self.stop_and_watch(run, 3.0)
+        self.assertEqual(run.finish(), 0, run.stderr)
+        self.assertEqual(run.leftovers(), [])
+        self.assertOnlySandboxLeft(last_view)
+        flags = [line for line in run.stderr.splitlines() if line.startswith("Launcher: request from DSA :  DLT-flag = ")]
+        self.assertEqual(flags[-1], "Launcher: request from DSA :  DLT-flag = %d" % last)
+        print("\n50 flag changes: %d answers, %d dlt-daemon starts; SIGTERM to exit %.0f ms"
+              % (len(flags), len(run.record("dlt-daemon").pids()), elapsed * 1000), file=sys.stderr)
+
+    def test_FiftyQuickFlagChanges_EndingOn1_LeaveOneChainRunning(self):
+        self.flip_flag_fifty_times(1)
+
+    def test_FiftyQuickFlagChanges_EndingOn0_LeaveNothingRunning(self):
+        self.flip_flag_fifty_times(0)
+
+    def test_ServiceNeverAnswers_SigtermStillEndsTheLauncher(self):
+        # The installed deployment with a shorter request time limit, so that the case
+        # stays short; both the launcher and the service read it from /etc in the sandbox.
+        with open(DEPLOYMENT) as handle:
+            deployment = json.load(handle)
+        deployment["request_timeout_ms"] = REQUEST_LIMIT_MS
+        run, service = self.run_launcher("--file", "/etc/strata/strata-com.json=" + json.dumps(deployment),
+                                         service_arguments=["--value", "1", "--no-answer"])
+        self.wait_for(run, lambda: service.saw("request getDiagnosticDataValues 0 ids 1 held"),
+                      "the launcher asking the service")
+        run.wait_ready(1)
+        # Two requests are outstanding: the one made when the service was found and the one
+        # its field's first notification triggers, serialised behind each other. The stop
+        # waits for the handlers running them, so each may take its full time limit.
+        elapsed, last_view = self.stop_and_watch(run, 2 * REQUEST_LIMIT_MS / 1000 + 1.0)
+        print("\nSIGTERM to launcher exit with a request unanswered (limit %d ms): %.0f ms"
+              % (REQUEST_LIMIT_MS, elapsed * 1000), file=sys.stderr)
+        self.assertEqual(run.finish(), 0, run.stderr)
+        self.assertEqual(run.leftovers(), [])
+        self.assertOnlySandboxLeft(last_view)
+        self.assertEqual(self.daemon_starts(run), 0)
+        self.assertIn("DLT Launcher: DDD DSA connection lost Timeout exception\n"
+                      "Launcher: request from DSA :  DLT-flag = 0\n", run.stderr)
+        self.assertNotIn("DLT-flag = 1", run.stderr)
+        self.assertIn("DTL launcher : Unsubscribe from DSA notification\n", run.stderr)
+        self.assertIn("DTL launcher : Stop COM \n", run.stderr)
 
 
 def main():

@@ -1,7 +1,7 @@
 // Plays the providers and the diagnostic manager on a SOME/IP network: offers
 // DiagnosticDataDistribution instance 1 (answering data id 1293 with a byte that stdin
-// can change) and, with --monitor, subscribes to the diagnostic monitor's MonitorAction
-// and calls its InitMonitor.
+// can change, or with --no-answer holding every request unanswered until quit) and, with
+// --monitor, subscribes to the diagnostic monitor's MonitorAction and calls its InitMonitor.
 #include <atomic>
 #include <cerrno>
 #include <cstdint>
@@ -11,6 +11,7 @@
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_skeleton.hpp"
 #include "vela/com/runtime/component_singleton.hpp"
@@ -32,11 +33,24 @@ void say(const std::string& line)
 
 class Data_distribution : public ddd::skeleton::DiagnosticDataDistributionSkeleton {
 public:
-    explicit Data_distribution(std::uint8_t value)
+    Data_distribution(std::uint8_t value, bool answer)
         : DiagnosticDataDistributionSkeleton(InstanceSpecifier("1"),
                                              vela::com::runtime::MethodCallProcessingMode::kEvent),
-          value_(value)
+          value_(value),
+          answer_(answer)
     {
+    }
+
+    // A held request must be answered before the runtime goes down: its worker waits on it.
+    void release_held()
+    {
+        std::lock_guard<std::mutex> lock(held_mutex_);
+        getDiagnosticDataValuesOutput refused;
+        refused.returnCode = 1;
+        for (auto& promise : held_) {
+            promise.set_value(refused);
+        }
+        held_.clear();
     }
 
     void set(std::uint8_t value)
@@ -51,6 +65,15 @@ public:
     std::future<getDiagnosticDataValuesOutput> getDiagnosticDataValues(std::uint32_t arg,
                                                                        const ddd::datatypes::DT_ListOfIds& ids) override
     {
+        std::promise<getDiagnosticDataValuesOutput> promise;
+        if (!answer_) {
+            say("request getDiagnosticDataValues " + std::to_string(arg) + " ids " + std::to_string(ids.size()) +
+                " held");
+            auto future = promise.get_future();
+            std::lock_guard<std::mutex> lock(held_mutex_);
+            held_.push_back(std::move(promise));
+            return future;
+        }
         getDiagnosticDataValuesOutput output;
         output.returnCode = 1;
         if (ids.size() == 1 && ids.front() == kDltActivationId) {
@@ -59,7 +82,6 @@ public:
         }
         say("request getDiagnosticDataValues " + std::to_string(arg) + " ids " + std::to_string(ids.size()) +
             " -> value " + std::to_string(value_.load()) + " returnCode " + std::to_string(output.returnCode));
-        std::promise<getDiagnosticDataValuesOutput> promise;
         promise.set_value(output);
         return promise.get_future();
     }
@@ -73,6 +95,9 @@ public:
 
 private:
     std::atomic<std::uint8_t> value_;
+    const bool answer_;
+    std::mutex held_mutex_;
+    std::vector<std::promise<getDiagnosticDataValuesOutput>> held_;
 };
 
 struct Monitor_client {
@@ -139,7 +164,7 @@ bool parse_number(const std::string& text, long& out)
 
 int usage()
 {
-    std::cerr << "usage: strata-someip-offer [--value N] [--monitor] [--no-offer]\n"
+    std::cerr << "usage: strata-someip-offer [--value N] [--monitor] [--no-offer] [--no-answer]\n"
                  "  stdin commands: <N> | value N (set the byte of id 1293 and notify), offer, stop,\n"
                  "                  init R (call InitMonitor with reason R), quit\n"
                  "  environment: STRATA_COM_DEPLOYMENT (deployment file), STRATA_COM_UNICAST (own address)\n";
@@ -152,6 +177,7 @@ int main(int argc, char** argv)
     long value = 1;
     bool monitor = false;
     bool offer = true;
+    bool answer = true;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
         if (arg == "--value" && i + 1 < argc) {
@@ -162,12 +188,14 @@ int main(int argc, char** argv)
             monitor = true;
         } else if (arg == "--no-offer") {
             offer = false;
+        } else if (arg == "--no-answer") {
+            answer = false;
         } else {
             return usage();
         }
     }
     vela::com::runtime::Component_singleton::startup(false, "");
-    auto provider = std::make_unique<Data_distribution>(static_cast<std::uint8_t>(value));
+    auto provider = std::make_unique<Data_distribution>(static_cast<std::uint8_t>(value), answer);
     provider->set(static_cast<std::uint8_t>(value));
     if (offer) {
         provider->OfferService();
@@ -217,6 +245,7 @@ int main(int argc, char** argv)
         dem::proxy::DiagnosticMonitorProxy::StopFindService(client.search);
     }
     provider->StopOfferService();
+    provider->release_held();
     {
         std::lock_guard<std::mutex> lock(client.mutex);
         client.proxy.reset();
