@@ -453,6 +453,37 @@ class DltE2e(unittest.TestCase):
         self.assertIn("DTL launcher : Unsubscribe from DSA notification\n", run.stderr)
         self.assertIn("DTL launcher : Stop COM \n", run.stderr)
 
+    def test_NoServiceNoMarker_StaysWithoutDaemonsAndEndsPromptly(self):
+        run, _ = self.run_launcher()
+        run.wait_ready(1)
+        self.assertEndsOnSigterm(run, seconds=2.0)
+        self.assertEqual(self.daemon_starts(run), 0)
+        self.assertEqual(run.ready_count(), 1)
+        self.assertIn("DLT_LAUNCHER Launcher: start without DLT LOG...\n", run.stderr)
+        self.assertIn("DLT launcher : Proxy : NOT connected to DSA Diagnostic Data Distribution\n", run.stderr)
+        self.assertNotIn("switch ON DLT logging", run.stderr)
+
+    def test_ServiceGone_LastFlagStaysAndFileIsConsultedAgain(self):
+        run, service = self.run_launcher("--file", MARKER + "=", service_arguments=["--value", "0"])
+        # The marker file may switch logging on before the service is found; the
+        # service's answer 0 then switches it off again.
+        self.wait_for(run, lambda: service.saw("request getDiagnosticDataValues 0 ids 1 -> value 0 returnCode 0"),
+                      "the launcher asking the service")
+        self.wait_for(run, lambda: not self.daemon_running(run), "no dlt-daemon running")
+        started_while_served = self.daemon_starts(run)
+        service.send("stop")
+        self.wait_for(run, lambda: service.saw("stopped"), "the service withdrawn")
+        # Without an answering service the marker file counts again and switches logging
+        # on at its next check (about 5 s later at most).
+        self.wait_for(run, lambda: self.daemon_starts(run) > started_while_served,
+                      "dlt-daemon started by the marker file after the service went away", seconds=15.0)
+        self.assertEndsOnSigterm(run)
+        self.assertIn("LAUD :LAUD_findServiceStart: Service stopped for instance ID 1 \n", run.stderr)
+        self.assertIn("Launcher: request from DSA :  DLT-flag = 0\n", run.stderr)
+        gone = run.stderr.index("LAUD :LAUD_findServiceStart: Service stopped for instance ID 1 \n")
+        self.assertIn("Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n",
+                      run.stderr[gone:])
+
 
 def main():
     global OFFER
