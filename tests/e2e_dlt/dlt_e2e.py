@@ -300,12 +300,13 @@ class DltE2e(unittest.TestCase):
         self.wait_for(run, lambda: self.quiet_file(run) == "1 \n", "the console quieted after the start", seconds=2.0)
         delay = (self.started_ns(run, "dlt-daemon")[0] - created) / 1e9
         print("\nmarker file to dlt-daemon start: %.2f s" % delay, file=sys.stderr)
-        self.assertLess(delay, 6.0, "the marker file is consulted about every 5 s")
+        self.assertLess(delay, 6.5, "the marker file is consulted about every 5 s")
         run.wait_ready(2)
         self.assertEndsOnSigterm(run)
-        self.assertEqual(self.quiet_file(run), "0 \n", "the console stays quiet after the stop")
+        self.assertEqual(self.quiet_file(run), "0 \n", "the console verbose again after the stop")
         self.assertEqual(run.ready_count(), 2, "READY once per pass")
-        self.assertEqual(run.record("dlt-daemon").argv(), ["/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_adaptive_vm.conf"])
+        self.assertEqual(run.record("dlt-daemon").argv(),
+                         ["/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_adaptive_vm.conf"])
         self.assertEqual(run.record("dltproxyd").argv(),
                          ["/usr/bin/dltproxyd", "-c", "/data/target/etc/adaptive/ara_DLT/dlt_proxy.json"])
         self.assertEqual(run.record("dlt-system").argv(), ["/usr/bin/dlt-system"])
@@ -415,7 +416,8 @@ class DltE2e(unittest.TestCase):
         self.assertEqual(run.finish(), 0, run.stderr)
         self.assertEqual(run.leftovers(), [])
         self.assertOnlySandboxLeft(last_view)
-        flags = [line for line in run.stderr.splitlines() if line.startswith("Launcher: request from DSA :  DLT-flag = ")]
+        flags = [line for line in run.stderr.splitlines()
+                 if line.startswith("Launcher: request from DSA :  DLT-flag = ")]
         self.assertEqual(flags[-1], "Launcher: request from DSA :  DLT-flag = %d" % last)
         print("\n50 flag changes: %d answers, %d dlt-daemon starts; SIGTERM to exit %.0f ms"
               % (len(flags), len(run.record("dlt-daemon").pids()), elapsed * 1000), file=sys.stderr)
