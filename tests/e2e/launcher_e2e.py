@@ -152,23 +152,27 @@ class Run:
 
     def processes(self):
         """(pid, state, name) of every process in the launcher's PID namespace."""
-        launcher = self.launcher_pid()
-        namespace = os.readlink("/proc/%d/ns/pid" % launcher)
-        found = []
-        for entry in os.listdir("/proc"):
-            if not entry.isdigit():
+        return processes_in_namespace(os.readlink("/proc/%d/ns/pid" % self.launcher_pid()))
+
+
+def processes_in_namespace(namespace):
+    """(pid, state, name) of every process in the PID namespace named by `namespace` (the
+    target of a /proc/<pid>/ns/pid link)."""
+    found = []
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            if os.readlink("/proc/%s/ns/pid" % entry) != namespace:
                 continue
-            try:
-                if os.readlink("/proc/%s/ns/pid" % entry) != namespace:
-                    continue
-                with open("/proc/%s/stat" % entry) as handle:
-                    stat = handle.read()
-            except OSError:
-                continue
-            name = stat[stat.index("(") + 1:stat.rindex(")")]
-            state = stat[stat.rindex(")") + 2]
-            found.append((int(entry), state, name))
-        return found
+            with open("/proc/%s/stat" % entry) as handle:
+                stat = handle.read()
+        except OSError:
+            continue
+        name = stat[stat.index("(") + 1:stat.rindex(")")]
+        state = stat[stat.rindex(")") + 2]
+        found.append((int(entry), state, name))
+    return found
 
 
 class LauncherE2e(unittest.TestCase):

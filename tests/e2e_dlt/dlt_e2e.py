@@ -43,19 +43,7 @@ def children(pid):
 
 def namespace_view(namespace):
     """(name, state) of every process in a PID namespace."""
-    view = []
-    for entry in os.listdir("/proc"):
-        if not entry.isdigit():
-            continue
-        try:
-            if os.readlink("/proc/%s/ns/pid" % entry) != namespace:
-                continue
-            with open("/proc/%s/stat" % entry) as handle:
-                stat = handle.read()
-        except OSError:
-            continue
-        view.append((stat[stat.index("(") + 1:stat.rindex(")")], stat[stat.rindex(")") + 2]))
-    return sorted(view)
+    return sorted((name, state) for _, state, name in launcher_e2e.processes_in_namespace(namespace))
 
 
 def gone_or_zombie(pid):
