@@ -1,5 +1,7 @@
 #include "process/daemon_handler.hpp"
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
@@ -50,6 +52,7 @@ Daemon_handler::Daemon_handler(const std::string& notify_path, System_call_api_i
 Daemon_handler::~Daemon_handler()
 {
     silent_trace("[Daemon_handler]: destructor called");
+    stop_draining();
     if (socket_descriptor != -1) {
         (void)::close(socket_descriptor);
     }
@@ -65,6 +68,7 @@ bool Daemon_handler::init_socket_for_notify()
         return false;
     }
     silent_trace("[Daemon_handler]: init_socket_for_notify called");
+    stop_draining();
     if (socket_descriptor != -1) {
         // A second initialisation must not leak the first socket.
         (void)system_call->close(socket_descriptor);
@@ -89,6 +93,7 @@ bool Daemon_handler::init_socket_for_notify()
 
 bool Daemon_handler::get_ready_child(std::uint64_t seconds)
 {
+    stop_draining();
     const bool usable = preconditions_hold();
     std::array<char, receive_capacity + 1> buffer{};
     iovec part{buffer.data(), receive_capacity};
@@ -111,6 +116,9 @@ bool Daemon_handler::get_ready_child(std::uint64_t seconds)
         sleep_one_poll();
     }
     console_line(std::string("[Daemon_handler]: get_child_ready =  ") + (ready ? "1" : "0"));
+    if (ready) {
+        start_draining();
+    }
     return ready;
 }
 
@@ -137,6 +145,7 @@ int Daemon_handler::send_kill(pid_t pid)
 
 void Daemon_handler::set_system_call(System_call_api_interface* new_system_call)
 {
+    stop_draining();
     system_call = new_system_call;
 }
 
@@ -176,4 +185,58 @@ bool Daemon_handler::receive_ready(int descriptor, msghdr& message, char* buffer
 std::string Daemon_handler::bound_path() const
 {
     return socket_path.substr(0, max_path_length);
+}
+
+void Daemon_handler::start_draining()
+{
+    if (drainer.joinable() || ::pipe2(wake_pipe, O_CLOEXEC) == -1) {
+        return;
+    }
+    drainer = std::thread([this] { drain(); });
+}
+
+void Daemon_handler::stop_draining()
+{
+    if (!drainer.joinable()) {
+        return;
+    }
+    const char wake = 0;
+    (void)::write(wake_pipe[1], &wake, 1);
+    drainer.join();
+    (void)::close(wake_pipe[0]);
+    (void)::close(wake_pipe[1]);
+    wake_pipe[0] = -1;
+    wake_pipe[1] = -1;
+}
+
+// Reads and drops every notification until stopped. Nothing is logged: a watchdog
+// keep-alive every second would flood the console.
+void Daemon_handler::drain()
+{
+    std::array<char, receive_capacity> buffer{};
+    iovec part{buffer.data(), buffer.size()};
+    msghdr message{};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    for (;;) {
+        pollfd watched[2] = {{socket_descriptor, POLLIN, 0}, {wake_pipe[0], POLLIN, 0}};
+        if (::poll(watched, 2, -1) == -1) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        if (watched[1].revents != 0 || (watched[0].revents & (POLLERR | POLLNVAL)) != 0) {
+            return;
+        }
+        // Readable yet nothing to receive: not a socket this handler can read, so stop
+        // rather than spin.
+        bool received = false;
+        while (system_call->recvmsg(socket_descriptor, &message, MSG_DONTWAIT | MSG_TRUNC | MSG_CMSG_CLOEXEC) != -1) {
+            received = true;
+        }
+        if (!received) {
+            return;
+        }
+    }
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <thread>
 
 #include "process/daemon_handler_interface.hpp"
 #include "process/system_call_api_interface.hpp"
@@ -27,10 +28,17 @@ private:
     bool preconditions_hold();
     bool receive_ready(int descriptor, msghdr& message, char* buffer, std::size_t capacity);
     std::string bound_path() const;
+    void start_draining();
+    void stop_draining();
+    void drain();
 
     std::string socket_path;
     int socket_descriptor{-1};
     System_call_api_interface* system_call;
+    // After readiness a daemon keeps notifying (status, watchdog); with nobody reading, its
+    // blocking sends would stall once the socket's small queue is full.
+    std::thread drainer;
+    int wake_pipe[2]{-1, -1};
 };
 
 #endif

@@ -5,6 +5,7 @@
 
 #include "common/silent_trace.hpp"
 #include "support/error_line.hpp"
+#include "ara/log/logging.hpp"
 #include "support/logging.hpp"
 
 namespace child_setup {
@@ -24,6 +25,15 @@ void filter_entries(const std::vector<std::string>& names, const std::string& di
         if (name.find(pattern) != std::string::npos) {
             files.push_back(directory + name);
         }
+    }
+}
+
+void debug_line(bool via_facade, const std::string& text)
+{
+    if (via_facade) {
+        log_debug() << text;
+    } else {
+        ara::log::LogDebug() << text;
     }
 }
 
@@ -62,7 +72,7 @@ bool library_exists(Directory_reader_interface& reader, const std::string& direc
 {
     std::vector<std::string> files;
     if (read_directory(reader, directory, name, files) && !files.empty()) {
-        log_debug() << "library " << files.front() << " exists";
+        ara::log::LogDebug() << "library " << files.front() << " exists";
         return true;
     }
     write_error_line(std::string("library ") + directory + "/" + name + " not exists!");
@@ -84,28 +94,28 @@ bool get_config_file(Directory_reader_interface& reader, const Config_search_tex
         write_error_line(texts.config_text + config_path + " is NOT available");
         return false;
     }
-    log_debug() << texts.config_text << config_path << " is available";
+    ara::log::LogDebug() << texts.config_text << config_path << " is available";
     argv.emplace_back("-c");
     argv.push_back(config_path);
-    log_debug() << texts.command_line_text;
+    ara::log::LogDebug() << texts.command_line_text;
     for (const std::string& argument : argv) {
-        log_debug() << "command line ARGV :" << argument;
+        ara::log::LogDebug() << "command line ARGV :" << argument;
     }
     return true;
 }
 
 void log_run(const Run_texts& texts, const Daemon_process_info& record)
 {
-    log_debug() << texts.run_text << record.path << "  ARGU: ";
+    debug_line(texts.via_facade, texts.run_text + record.path + "  ARGU: ");
     for (const std::string& argument : record.argv) {
-        log_debug() << texts.prefix << argument;
+        debug_line(texts.via_facade, texts.prefix + argument);
     }
     if (texts.run_line_silent) {
         silent_trace(texts.run_line);
     } else {
-        log_debug() << texts.run_line;
+        debug_line(texts.via_facade, texts.run_line);
     }
-    log_debug() << "==============================================================================";
+    debug_line(texts.via_facade, "==============================================================================");
 }
 
 void sleep_100_ms()
@@ -116,13 +126,14 @@ void sleep_100_ms()
 }
 
 void wait_while_signal_delivered(System_call_api_interface* api, pid_t pid, int probe_signal,
-                                 Process_factory_interface* factory, const char* still_running_text)
+                                 Process_factory_interface* factory, const char* still_running_text,
+                                 bool via_facade)
 {
     if (api == nullptr) {
         return;
     }
     while (api->kill(pid, probe_signal) == 0 || (factory != nullptr && factory->is_running())) {
-        log_debug() << still_running_text;
+        debug_line(via_facade, still_running_text);
         sleep_100_ms();
     }
 }

@@ -29,6 +29,8 @@ struct Run_texts {
     const char* prefix;
     const char* run_line;
     bool run_line_silent;
+    // The DLT strategy keeps its progress lines off the platform log it is about to start.
+    bool via_facade;
 };
 
 // PATH, NOTIFY_SOCKET and APP_INSTANCE_ID, in the order every daemon expects them.
@@ -54,7 +56,8 @@ void sleep_100_ms();
 // Polls kill(pid, probe_signal) every 100 ms until it fails and, when a factory is given,
 // that factory has reaped its child.
 void wait_while_signal_delivered(System_call_api_interface* api, pid_t pid, int probe_signal,
-                                 Process_factory_interface* factory, const char* still_running_text);
+                                 Process_factory_interface* factory, const char* still_running_text,
+                                 bool via_facade = false);
 
 // Creates the record's factory where none exists yet and starts the child; the pid or -1.
 pid_t create_process(System_call_api_interface* api, Daemon_process_info& record);

@@ -2,9 +2,9 @@
 
 #include <vector>
 
+#include "ara/log/logging.hpp"
 #include "strategies/child_setup.hpp"
 #include "support/error_line.hpp"
-#include "support/logging.hpp"
 
 const std::string Launcher_strategy_COM::daemon_executable{"/usr/bin/com_daemon"};
 const std::string Launcher_strategy_COM::instance_name{"com-daemon-1-container"};
@@ -50,14 +50,14 @@ void Launcher_strategy_COM::add_manifest_files(Daemon_process_info& record, cons
         if (!use_dummy) {
             return;
         }
-        log_warn() << "[LS_COM]: did not any manifest files from " << manifest_directory
+        ara::log::LogWarn() << "[LS_COM]: did not any manifest files from " << manifest_directory
                    << " and using dummy json file";
         record.argv.insert(record.argv.end(), {"-m", dummy_manifest});
         return;
     }
-    log_debug() << "[LS_COM]: adding manifest files from " << manifest_directory;
+    ara::log::LogDebug() << "[LS_COM]: adding manifest files from " << manifest_directory;
     for (const std::string& manifest : manifests) {
-        log_debug() << "[LS_COM]: adding manifest file" << manifest;
+        ara::log::LogDebug() << "[LS_COM]: adding manifest file" << manifest;
         record.argv.insert(record.argv.end(), {"-m", manifest});
     }
 }

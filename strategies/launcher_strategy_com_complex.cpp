@@ -2,10 +2,10 @@
 
 #include <string>
 
+#include "ara/log/logging.hpp"
 #include "common/silent_trace.hpp"
 #include "strategies/child_setup.hpp"
 #include "support/error_line.hpp"
-#include "support/logging.hpp"
 
 namespace {
 
@@ -30,7 +30,7 @@ Launcher_strategy_COM_complex::~Launcher_strategy_COM_complex()
 bool Launcher_strategy_COM_complex::prepare(System_call_api_interface* system_call, Launcher_interface* launcher)
 {
     (void)launcher;
-    log_verbose() << "[LS_COM_C]: preparing for COM daemon in HK VM";
+    ara::log::LogVerbose() << "[LS_COM_C]: preparing for COM daemon in HK VM";
     api = system_call;
     child_setup::delete_record(vlan0_record);
     child_setup::delete_record(vlan1_record);
@@ -53,14 +53,14 @@ bool Launcher_strategy_COM_complex::prepare(System_call_api_interface* system_ca
     child_setup::append_environment(vlan0_record->envp, vlan0_record->notify_socket_path, instance_name);
     // The second daemon must not answer on the first one's socket.
     child_setup::append_environment_without_notify(vlan1_record->envp, instance_name);
-    log_verbose() << "[LS_COM_C]: COM daemon preparation done for HK VM";
+    ara::log::LogVerbose() << "[LS_COM_C]: COM daemon preparation done for HK VM";
     return true;
 }
 
 bool Launcher_strategy_COM_complex::start()
 {
     if (vlan0_record == nullptr || vlan0_record->daemon_handler == nullptr || vlan1_record == nullptr) {
-        log_error() << "[LS_COM_C]: daemon_handler is empty. Please prepare the strategy";
+        ara::log::LogError() << "[LS_COM_C]: daemon_handler is empty. Please prepare the strategy";
         return false;
     }
     if (child_setup::create_process(api, *vlan0_record) == -1) {
@@ -76,7 +76,7 @@ bool Launcher_strategy_COM_complex::start()
 
 void Launcher_strategy_COM_complex::stop()
 {
-    log_debug() << "[LS_COM_C]: Stopping com_daemon";
+    ara::log::LogDebug() << "[LS_COM_C]: Stopping com_daemon";
     if (vlan0_record == nullptr || vlan0_record->daemon_handler == nullptr || vlan1_record == nullptr) {
         return;
     }
@@ -88,7 +88,7 @@ void Launcher_strategy_COM_complex::stop()
     }
     kill_if_needed(*vlan0_record, vlan0_terminated, "[LS_COM_C]: Sending Kill signal to com_vlan0_daemon...");
     kill_if_needed(*vlan1_record, vlan1_terminated, "[LS_COM_C]: Sending Kill signal to com_vlan1_daemon...");
-    log_debug() << "[LS_COM_C]: All com_daemon are stopped";
+    ara::log::LogDebug() << "[LS_COM_C]: All com_daemon are stopped";
 }
 
 Daemon_handler_interface* Launcher_strategy_COM_complex::get_daemon_handler()

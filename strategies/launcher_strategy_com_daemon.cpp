@@ -2,9 +2,9 @@
 
 #include <string>
 
+#include "ara/log/logging.hpp"
 #include "strategies/child_setup.hpp"
 #include "support/error_line.hpp"
-#include "support/logging.hpp"
 
 namespace {
 
@@ -22,12 +22,12 @@ Launcher_strategy_COM_daemon::Launcher_strategy_COM_daemon(std::uint8_t partitio
 Launcher_strategy_COM_daemon::~Launcher_strategy_COM_daemon()
 {
     child_setup::delete_record(main_record);
-    log_debug() << "[LS_COM_S]: Daemon destroyed";
+    ara::log::LogDebug() << "[LS_COM_S]: Daemon destroyed";
 }
 
 bool Launcher_strategy_COM_daemon::prepare_system(System_call_api_interface* system_call)
 {
-    log_debug() << "Launcher_strategy_COM_daemon prepare_system...";
+    ara::log::LogDebug() << "Launcher_strategy_COM_daemon prepare_system...";
     api = system_call;
     child_setup::delete_record(main_record);
     main_record = new Daemon_process_info();
@@ -50,7 +50,7 @@ bool Launcher_strategy_COM_daemon::prepare(System_call_api_interface* system_cal
     // The management daemon serves every partition alike.
     (void)partition;
     const bool system_prepared = prepare_system(system_call);
-    log_debug() << "Launcher_strategy_COM_daemon prepare...";
+    ara::log::LogDebug() << "Launcher_strategy_COM_daemon prepare...";
     if (!system_prepared) {
         return false;
     }
@@ -63,19 +63,19 @@ bool Launcher_strategy_COM_daemon::prepare(System_call_api_interface* system_cal
 
 bool Launcher_strategy_COM_daemon::start()
 {
-    log_debug() << "Launcher_strategy_COM_daemon start";
+    ara::log::LogDebug() << "Launcher_strategy_COM_daemon start";
     if (main_record == nullptr || main_record->daemon_handler == nullptr) {
         write_error_line("[LS_COM_S]: com_daemon is not ready");
         return false;
     }
-    log_debug() << "create process " << main_record->path;
+    ara::log::LogDebug() << "create process " << main_record->path;
     const pid_t pid = child_setup::create_process(api, *main_record);
-    log_debug() << "Start com_daemon PID= " << pid;
+    ara::log::LogDebug() << "Start com_daemon PID= " << pid;
     if (!main_record->daemon_handler->get_ready_child(readiness_seconds)) {
         write_error_line("[LS_COM_S]: com_daemon is not ready");
         return false;
     }
-    log_debug() << "[LS_COM_S]: com_daemon is ready";
+    ara::log::LogDebug() << "[LS_COM_S]: com_daemon is ready";
     return true;
 }
 
@@ -84,7 +84,7 @@ void Launcher_strategy_COM_daemon::stop()
     if (main_record == nullptr) {
         return;
     }
-    log_debug() << "Launcher_strategy_COM_daemon: Terminating child with PID " << main_record->pid;
+    ara::log::LogDebug() << "Launcher_strategy_COM_daemon: Terminating child with PID " << main_record->pid;
     if (main_record->pid == -1 || main_record->process_factory == nullptr || main_record->daemon_handler == nullptr) {
         return;
     }

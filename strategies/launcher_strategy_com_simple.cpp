@@ -2,10 +2,10 @@
 
 #include <vector>
 
+#include "ara/log/logging.hpp"
 #include "common/silent_trace.hpp"
 #include "strategies/child_setup.hpp"
 #include "support/error_line.hpp"
-#include "support/logging.hpp"
 
 namespace {
 
@@ -25,12 +25,12 @@ Launcher_strategy_COM_simple::Launcher_strategy_COM_simple(std::uint8_t partitio
 Launcher_strategy_COM_simple::~Launcher_strategy_COM_simple()
 {
     child_setup::delete_record(main_record);
-    log_debug() << "[LS_COM_S]: Daemon destroyed";
+    ara::log::LogDebug() << "[LS_COM_S]: Daemon destroyed";
 }
 
 bool Launcher_strategy_COM_simple::prepare_system(System_call_api_interface* system_call)
 {
-    log_debug() << "Launcher_strategy_COM_simple prepare_system...";
+    ara::log::LogDebug() << "Launcher_strategy_COM_simple prepare_system...";
     api = system_call;
     child_setup::delete_record(main_record);
     main_record = new Daemon_process_info();
@@ -46,7 +46,7 @@ bool Launcher_strategy_COM_simple::prepare(System_call_api_interface* system_cal
 {
     (void)launcher;
     const bool system_prepared = prepare_system(system_call);
-    log_debug() << "Launcher_strategy_COM_simple prepare...";
+    ara::log::LogDebug() << "Launcher_strategy_COM_simple prepare...";
     if (!system_prepared || !choose_address()) {
         return false;
     }
@@ -58,14 +58,14 @@ bool Launcher_strategy_COM_simple::prepare(System_call_api_interface* system_cal
 
 bool Launcher_strategy_COM_simple::start()
 {
-    log_debug() << "Launcher_strategy_COM_simple start";
+    ara::log::LogDebug() << "Launcher_strategy_COM_simple start";
     if (address.empty() || main_record == nullptr) {
-        log_debug() << "no ip addresses";
+        ara::log::LogDebug() << "no ip addresses";
         return false;
     }
-    log_debug() << "create process " << main_record->path;
+    ara::log::LogDebug() << "create process " << main_record->path;
     const pid_t pid = child_setup::create_process(api, *main_record);
-    log_debug() << "Start com_daemon PID= " << pid;
+    ara::log::LogDebug() << "Start com_daemon PID= " << pid;
     // Deliberately true even when the fork failed: this daemon is not awaited, and the pid
     // of -1 in the line above is the only trace of the failure.
     return true;
@@ -76,7 +76,7 @@ void Launcher_strategy_COM_simple::stop()
     if (main_record == nullptr) {
         return;
     }
-    log_debug() << "Launcher_strategy_COM_simple: Terminating child with PID " << main_record->pid;
+    ara::log::LogDebug() << "Launcher_strategy_COM_simple: Terminating child with PID " << main_record->pid;
     if (main_record->pid == -1 || main_record->process_factory == nullptr || main_record->daemon_handler == nullptr) {
         return;
     }

@@ -26,7 +26,7 @@ const child_setup::Config_search_texts config_texts{
     "Launcher_strategy_DLT : directory ",
     "Launcher_strategy_DLT : config file= ", "Launcher_strategy_DLT : COMMAND LINE ARGU "};
 const child_setup::Run_texts run_texts{"Launcher_strategy_DLT : run  PATH",
-                                       "Launcher_strategy_DLT : ", "run dlt-process", true};
+                                       "Launcher_strategy_DLT : ", "run dlt-process", true, true};
 
 const std::string& configuration_for(std::uint8_t partition)
 {
@@ -121,11 +121,11 @@ void Launcher_strategy_DLT::stop()
     write_error_line("STOP DLT LAUNCHER ...");
     terminate_all();
     child_setup::wait_while_signal_delivered(api, pid_of(log_daemon_record), SIGKILL, nullptr,
-                                             "Child dlt daemon still runinng...");
+                                             "Child dlt daemon still runinng...", true);
     child_setup::wait_while_signal_delivered(api, pid_of(proxy_record), SIGKILL, nullptr,
-                                             "Child dlt proxyd still runinng...");
+                                             "Child dlt proxyd still runinng...", true);
     child_setup::wait_while_signal_delivered(api, pid_of(system_logger_record), SIGKILL, nullptr,
-                                             "Child dlt system still runinng...");
+                                             "Child dlt system still runinng...", true);
     set_console_verbose();
     write_error_line("STOP DLT LAUNCHER done ...");
     // A proxy left behind by an earlier launcher would hold the proxy's port.

@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "ara/log/logging.hpp"
 #include "strategies/child_setup.hpp"
 #include "support/error_line.hpp"
-#include "support/logging.hpp"
 
 namespace {
 
@@ -15,7 +15,7 @@ const std::string notify_socket{"/var/run/adaptive/ara_PHM/phm_launch_daemon"};
 const std::string instance{"phm-daemon-container"};
 const char* const watchdog_device = "/dev/watchdog";
 const child_setup::Run_texts run_texts{"Launcher_strategy_PHM : run  PATH", "Launcher_strategy_PHM : ", "run phm",
-                                       false};
+                                       false, false};
 
 }  // namespace
 
@@ -23,14 +23,14 @@ Launcher_strategy_PHM::Launcher_strategy_PHM(std::uint8_t partition_of_host) : p
 
 Launcher_strategy_PHM::~Launcher_strategy_PHM()
 {
-    log_debug() << "Launcher_strategy_PHM :delete ...";
+    ara::log::LogDebug() << "Launcher_strategy_PHM :delete ...";
     child_setup::delete_record(main_record);
 }
 
 bool Launcher_strategy_PHM::prepare(System_call_api_interface* system_call, Launcher_interface* launcher)
 {
     (void)launcher;
-    log_debug() << "Launcher_strategy_PHM :prepare...";
+    ara::log::LogDebug() << "Launcher_strategy_PHM :prepare...";
     api = system_call;
     child_setup::delete_record(main_record);
     main_record = new Daemon_process_info();
@@ -46,7 +46,7 @@ bool Launcher_strategy_PHM::prepare(System_call_api_interface* system_call, Laun
 
 bool Launcher_strategy_PHM::start()
 {
-    log_debug() << "Launcher_strategy_PHM : start...";
+    ara::log::LogDebug() << "Launcher_strategy_PHM : start...";
     if (main_record == nullptr || main_record->daemon_handler == nullptr) {
         write_error_line("[LS_PHM]: phm_daemon can't be created");
         return false;
@@ -56,20 +56,20 @@ bool Launcher_strategy_PHM::start()
     (void)main_record->daemon_handler->init_socket_for_notify();
     if (child_setup::create_process(api, *main_record) == -1) {
         write_error_line("[LS_PHM]: phm_daemon can't be created");
-        log_info() << "[LS_PHM]: phm_daemon is started";
+        ara::log::LogInfo() << "[LS_PHM]: phm_daemon is started";
         return false;
     }
     if (!main_record->daemon_handler->get_ready_child(readiness_seconds)) {
         write_error_line("[LS_PHM]: phm_daemon is not ready");
         return false;
     }
-    log_info() << "[LS_PHM]: phm_daemon is started";
+    ara::log::LogInfo() << "[LS_PHM]: phm_daemon is started";
     return true;
 }
 
 void Launcher_strategy_PHM::stop()
 {
-    log_debug() << "stop PHM daemon ...";
+    ara::log::LogDebug() << "stop PHM daemon ...";
     if (main_record == nullptr || main_record->daemon_handler == nullptr) {
         return;
     }
@@ -91,10 +91,10 @@ void Launcher_strategy_PHM::add_watchdog_option()
         case vm_housekeeping: {
             struct stat device {};
             if (api == nullptr || api->stat(watchdog_device, &device) != 0) {
-                log_warn() << "PHM Launcher: dummy watchdog will be activated as no watchdog device is available!";
+                ara::log::LogWarn() << "PHM Launcher: dummy watchdog will be activated as no watchdog device is available!";
                 main_record->argv.emplace_back("--dummy_watchdog");
             } else {
-                log_info() << "PHM Launcher: real watchdog enabled!";
+                ara::log::LogInfo() << "PHM Launcher: real watchdog enabled!";
             }
             break;
         }

@@ -2,9 +2,9 @@
 
 #include <string>
 
+#include "ara/log/logging.hpp"
 #include "strategies/child_setup.hpp"
 #include "support/error_line.hpp"
-#include "support/logging.hpp"
 
 namespace {
 
@@ -20,7 +20,7 @@ const child_setup::Config_search_texts config_texts{
     "Launcher_strategy_UDPNM : directory ",
     "Launcher_strategy_UDPNM : config file= ", "Launcher_strategy_UDPNM : COMMAND LINE ARGU "};
 const child_setup::Run_texts run_texts{"Launcher_strategy_UDPNM : run  PATH", "Launcher_strategy_UDPNM : ", "run UdpNm",
-                                       false};
+                                       false, false};
 
 const std::string& configuration_for(std::uint8_t partition)
 {
@@ -40,14 +40,14 @@ Launcher_strategy_UDPNM::Launcher_strategy_UDPNM(std::uint8_t partition_of_host)
 
 Launcher_strategy_UDPNM::~Launcher_strategy_UDPNM()
 {
-    log_debug() << "Launcher_strategy_UDPNM :delete ...";
+    ara::log::LogDebug() << "Launcher_strategy_UDPNM :delete ...";
     child_setup::delete_record(main_record);
 }
 
 bool Launcher_strategy_UDPNM::prepare(System_call_api_interface* system_call, Launcher_interface* launcher)
 {
     (void)launcher;
-    log_debug() << "Launcher_strategy_UDPNM :prepare...";
+    ara::log::LogDebug() << "Launcher_strategy_UDPNM :prepare...";
     api = system_call;
     child_setup::delete_record(main_record);
     main_record = new Daemon_process_info();
@@ -70,7 +70,7 @@ bool Launcher_strategy_UDPNM::prepare(System_call_api_interface* system_call, La
 
 bool Launcher_strategy_UDPNM::start()
 {
-    log_debug() << "Launcher_strategy_UDPNM : start...";
+    ara::log::LogDebug() << "Launcher_strategy_UDPNM : start...";
     if (partition == vm_housekeeping) {
         write_error_line("[LS_UDPNM]: Not starting UdpNM daemon on HK partition, but keep strata-launcher running...");
         return true;
@@ -93,13 +93,13 @@ bool Launcher_strategy_UDPNM::run()
         write_error_line("[LS_UPDNM]: udpnm-daemon-1-container is not ready reached time out");
         return false;
     }
-    log_debug() << "[LS_UPDNM]: udpnm-daemon-1-container is started";
+    ara::log::LogDebug() << "[LS_UPDNM]: udpnm-daemon-1-container is started";
     return true;
 }
 
 void Launcher_strategy_UDPNM::stop()
 {
-    log_debug() << "stop UDPNM daemon ...";
+    ara::log::LogDebug() << "stop UDPNM daemon ...";
     if (main_record == nullptr || main_record->daemon_handler == nullptr) {
         return;
     }

@@ -28,6 +28,14 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// "At once" for a program run without its log daemon. Under user-mode emulation
+// (cross builds) the emulator's own start takes several hundred milliseconds.
+#ifdef STRATA_TEST_EMULATED
+constexpr std::chrono::milliseconds kAtOnce{2000};
+#else
+constexpr std::chrono::milliseconds kAtOnce{500};
+#endif
+
 const std::string probe = LOG_PROBE_PATH;
 
 std::string read_file(const std::string& path)
@@ -141,33 +149,21 @@ bool installed(const char* path)
     return ::access(path, X_OK) == 0;
 }
 
-TEST(DltBackendTest, WithoutDaemon_ProgramPrintsNothingAndExitsAtOnce)
+// Without a log daemon, or even its pipe directory, the launcher neither waits nor prints.
+TEST(DltBackendTest, WithoutDaemonOrPipeDirectory_ProgramPrintsNothingAndExitsAtOnce)
 {
     TemporaryDirectory directory;
-    const std::string output = directory.path + "/probe.out";
-    const auto start = Clock::now();
-    Spawned program({probe, "once"}, {"DLT_PIPE_DIR=" + directory.path}, output);
-    const int status = program.wait(std::chrono::seconds(5));
-    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-    std::cout << "run without log daemon took " << elapsed.count() << " ms" << std::endl;
-    RecordProperty("elapsed_ms", static_cast<int>(elapsed.count()));
-    ASSERT_NE(status, -1);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-    EXPECT_EQ(read_file(output), "");
-    EXPECT_LT(elapsed, std::chrono::milliseconds(500));
-}
-
-TEST(DltBackendTest, WithoutPipeDirectory_ProgramStillExitsAtOnce)
-{
-    TemporaryDirectory directory;
-    const std::string output = directory.path + "/probe.out";
-    const auto start = Clock::now();
-    Spawned program({probe, "once"}, {"DLT_PIPE_DIR=" + directory.path + "/missing"}, output);
-    const int status = program.wait(std::chrono::seconds(15));
-    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
-    ASSERT_NE(status, -1);
-    EXPECT_EQ(read_file(output), "");
-    EXPECT_LT(elapsed, std::chrono::milliseconds(500));
+    for (const std::string& pipes : {directory.path, directory.path + "/missing"}) {
+        const std::string output = directory.path + "/probe.out";
+        const auto start = Clock::now();
+        Spawned program({probe, "once"}, {"DLT_PIPE_DIR=" + pipes}, output);
+        const int status = program.wait(std::chrono::seconds(5));
+        const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
+        ASSERT_NE(status, -1);
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << pipes;
+        EXPECT_EQ(read_file(output), "") << pipes;
+        EXPECT_LT(elapsed, kAtOnce) << pipes;
+    }
 }
 
 class DltDaemonTest : public testing::Test {

@@ -1,4 +1,4 @@
-// Logs the way the launcher does, so that a test can watch what reaches the log daemon.
+// Logs the way the launcher does, initialised by the launcher's own code, so that a test can watch what reaches the log daemon.
 //   log_probe once      one debug and one error message, then exit
 //   log_probe deliver   the same, then wait for the library to resend what it buffered
 //   log_probe threads   many short streams from several threads at once
@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "ara/log/logging.hpp"
+#include "common/launcher_types.hpp"
+#include "launcher/launcher_kinds.hpp"
 
 namespace {
 
@@ -54,8 +56,11 @@ void log_until_raised()
 int main(int argc, char** argv)
 {
     const std::string mode = argc > 1 ? argv[1] : "once";
-    ara::log::InitLogging("LAUC", "Launcher for com daemon container", ara::log::LogLevel::kError,
-                          ara::log::LogMode::kRemote, "");
+    // The launcher's own initialisation, so that its level and mode are what is seen.
+    std::string app_name;
+    if (!init_logging(COM, app_name)) {
+        return 1;
+    }
     if (mode == "threads") {
         log_from_threads();
     } else if (mode == "raise") {

@@ -35,8 +35,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 break;
             }
             default: {
+                // A datagram of packed messages; discovery ones decoded as such.
+                vela::com::someip::Datagram_reader reader(payload, length);
                 vela::com::someip::Message_header header;
-                (void)vela::com::someip::Message_header::decode(payload, length, header);
+                const std::uint8_t* body = nullptr;
+                std::size_t body_size = 0;
+                while (reader.next(header, body, body_size)) {
+                    vela::com::someip::Sd_message message;
+                    std::string error;
+                    if (header.service_id == vela::com::someip::kSdServiceId) {
+                        (void)vela::com::someip::Sd_message::decode(body, body_size, message, error);
+                    }
+                }
                 std::uint32_t arg = 0;
                 lumo::services::diagnosticdatadistribution::datatypes::DT_ListOfIds ids;
                 ser::decode_getDiagnosticDataValues_request(std::vector<std::uint8_t>(payload, payload + length), arg,

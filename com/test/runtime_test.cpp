@@ -18,8 +18,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -487,112 +489,163 @@ TEST_F(RuntimeAcrossProcesses, PendingCallFailsWhenTheOfferEndsAndUnknownMethodI
     provider.release();
 }
 
-// A provider written against the wire format only: it offers by unicast and answers
-// with bytes chosen by the test.
-class Raw_provider {
+// A peer written against the wire format only: a discovery socket at the deployment's
+// discovery port and a data socket on an ephemeral port, both on 127.0.0.1, sending
+// bytes chosen by the test.
+namespace someip = vela::com::someip;
+using Bytes = std::vector<std::uint8_t>;
+
+class Wire_peer {
 public:
-    Raw_provider()
-    {
-        sd_ = bind_udp(30490);
-        data_ = bind_udp(40000);
-    }
-    ~Raw_provider()
+    Wire_peer() : sd_(bind_udp(Network::get().sd_port())), data_(bind_udp(0)) {}
+    ~Wire_peer()
     {
         ::close(sd_);
         ::close(data_);
     }
 
-    void offer_to(const std::string& consumer)
+    static Bytes sd_datagram(const std::vector<someip::Sd_entry>& entries, std::uint16_t session)
     {
-        vela::com::someip::Sd_message message;
+        someip::Sd_message message;
         message.reboot = true;
-        vela::com::someip::Sd_entry offer;
-        offer.type = vela::com::someip::Entry_type::kOfferService;
-        offer.service_id = 0x1A2B;
-        offer.instance_id = 1;
-        offer.major = 1;
-        offer.minor = 0;
-        offer.ttl = 3;
-        vela::com::runtime::Endpoint endpoint;
-        (void)vela::com::runtime::Endpoint::parse("127.0.0.1", 40000, endpoint);
-        offer.options.push_back(vela::com::someip::Sd_option::udp_endpoint(endpoint));
-        message.entries.push_back(offer);
-        vela::com::someip::Message_header header;
-        header.service_id = 0xFFFF;
-        header.method_id = 0x8100;
-        header.session_id = 1;
+        message.entries = entries;
+        someip::Message_header header;
+        header.service_id = someip::kSdServiceId;
+        header.method_id = someip::kSdMethodId;
+        header.session_id = session;
         header.interface_version = 1;
-        header.message_type = vela::com::someip::Message_type::kNotification;
-        send(sd_, consumer, 30490, header.encode(message.encode()));
+        header.message_type = someip::Message_type::kNotification;
+        return header.encode(message.encode());
+    }
+    static someip::Sd_entry entry(someip::Entry_type type, std::uint16_t service, std::uint16_t instance,
+                                  std::uint32_t ttl, std::uint16_t port = 0)
+    {
+        someip::Sd_entry made;
+        made.type = type;
+        made.service_id = service;
+        made.instance_id = instance;
+        made.major = 1;
+        made.minor = type == someip::Entry_type::kFindService ? someip::kAnyMinor : 0;
+        made.ttl = ttl;
+        made.eventgroup_id = 1;
+        if (port != 0) {
+            made.options.push_back(someip::Sd_option::udp_endpoint(endpoint("127.0.0.1", port)));
+        }
+        return made;
+    }
+    static vela::com::runtime::Endpoint endpoint(const std::string& address, std::uint16_t port)
+    {
+        vela::com::runtime::Endpoint parsed;
+        (void)vela::com::runtime::Endpoint::parse(address, port, parsed);
+        return parsed;
+    }
+    std::uint16_t data_port() const { return port_of(data_); }
+    int sd() const { return sd_; }
+    int data() const { return data_; }
+
+    void send_sd(const Bytes& bytes) { send(sd_, runtime_sd(), bytes); }
+    static vela::com::runtime::Endpoint runtime_sd() { return endpoint("127.0.0.2", Network::get().sd_port()); }
+
+    static void send(int fd, const vela::com::runtime::Endpoint& to, const Bytes& bytes)
+    {
+        sockaddr_storage address{};
+        const socklen_t length = to.to_sockaddr(address);
+        EXPECT_GT(::sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address), length), 0);
+    }
+    // One datagram within `bound`; false if none came.
+    static bool receive(int fd, Bytes& bytes, vela::com::runtime::Endpoint& from,
+                        std::chrono::milliseconds bound = kBound)
+    {
+        pollfd entry{fd, POLLIN, 0};
+        if (::poll(&entry, 1, static_cast<int>(bound.count())) != 1) {
+            return false;
+        }
+        bytes.assign(65536, 0);
+        sockaddr_storage source{};
+        socklen_t length = sizeof source;
+        const ssize_t size =
+            ::recvfrom(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&source), &length);
+        bytes.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
+        from = vela::com::runtime::Endpoint::from_sockaddr(source);
+        return size > 0;
+    }
+    // The discovery entries of the next discovery datagram.
+    bool receive_sd(std::vector<someip::Sd_entry>& entries, std::chrono::milliseconds bound = kBound)
+    {
+        Bytes bytes;
+        vela::com::runtime::Endpoint from;
+        someip::Sd_message message;
+        std::string error;
+        if (!receive(sd_, bytes, from, bound) || bytes.size() < someip::kHeaderSize ||
+            !someip::Sd_message::decode(bytes.data() + someip::kHeaderSize, bytes.size() - someip::kHeaderSize,
+                                        message, error)) {
+            return false;
+        }
+        entries = message.entries;
+        return true;
     }
 
-    // Waits for one request and answers it with `type`, `code` and `payload`.
-    bool answer(vela::com::someip::Message_type type, vela::com::someip::Return_code code,
-                const std::vector<std::uint8_t>& payload)
+    static int bind_udp(std::uint16_t port, const char* address = "127.0.0.1")
     {
-        pollfd entry{data_, POLLIN, 0};
-        if (::poll(&entry, 1, 5000) != 1) {
-            return false;
-        }
-        std::uint8_t buffer[1500];
-        sockaddr_storage from{};
-        socklen_t length = sizeof from;
-        const ssize_t size = ::recvfrom(data_, buffer, sizeof buffer, 0, reinterpret_cast<sockaddr*>(&from), &length);
-        vela::com::someip::Message_header request;
-        if (size <= 0 || !vela::com::someip::Message_header::decode(buffer, static_cast<std::size_t>(size), request)) {
-            return false;
-        }
-        request.message_type = type;
-        request.return_code = code;
-        const auto bytes = request.encode(payload);
-        return ::sendto(data_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&from), length) > 0;
+        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        sockaddr_storage storage{};
+        const socklen_t length = endpoint(address, port).to_sockaddr(storage);
+        EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&storage), length), 0);
+        return fd;
+    }
+    static std::uint16_t port_of(int fd)
+    {
+        sockaddr_storage storage{};
+        socklen_t length = sizeof storage;
+        (void)::getsockname(fd, reinterpret_cast<sockaddr*>(&storage), &length);
+        return vela::com::runtime::Endpoint::from_sockaddr(storage).port;
     }
 
 private:
-    static int bind_udp(std::uint16_t port)
-    {
-        const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(0x7F000001);
-        EXPECT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        return fd;
-    }
-    static void send(int fd, const std::string& to, std::uint16_t port, const std::vector<std::uint8_t>& bytes)
-    {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        ::inet_pton(AF_INET, to.c_str(), &address.sin_addr);
-        EXPECT_GT(::sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address), sizeof address),
-                  0);
-    }
-
     int sd_ = -1;
     int data_ = -1;
 };
 
+Bytes join(std::initializer_list<Bytes> parts)
+{
+    Bytes out;
+    for (const auto& part : parts) {
+        out.insert(out.end(), part.begin(), part.end());
+    }
+    return out;
+}
+
 TEST_F(RuntimeAcrossProcesses, UndecodableAnswerAndErrorAnswerReachTheCallerAsExceptions)
 {
-    if (!Network::get().is_private()) {
-        GTEST_SKIP() << "needs the private network namespace (root) for the fixed discovery port";
-    }
-    Raw_provider provider;
+    Wire_peer provider;
     Consumer consumer(true);
     // The consumer's sockets open asynchronously: offer like a provider's repetition phase.
     bool found = false;
     for (int i = 0; i < 50 && !found; ++i) {
-        provider.offer_to("127.0.0.2");
+        provider.send_sd(Wire_peer::sd_datagram(
+            {Wire_peer::entry(someip::Entry_type::kOfferService, 0x1A2B, 1, 3, provider.data_port())}, 1));
         found = consumer.journal.wait_for("proxy", 0, 100ms);
     }
     ASSERT_TRUE(found);
     auto proxy = consumer.proxy();
     proxy->dataValuesHash.UnsetReceiveHandler();
 
+    // Waits for one request and answers it with `type`, `code` and `payload`.
+    const auto answer = [&provider](someip::Message_type type, someip::Return_code code, const Bytes& payload) {
+        Bytes bytes;
+        vela::com::runtime::Endpoint from;
+        someip::Message_header request;
+        if (!Wire_peer::receive(provider.data(), bytes, from) ||
+            !someip::Message_header::decode(bytes.data(), bytes.size(), request)) {
+            return false;
+        }
+        request.message_type = type;
+        request.return_code = code;
+        Wire_peer::send(provider.data(), from, request.encode(payload));
+        return true;
+    };
     auto undecodable = proxy->getDiagnosticDataValues(0, {1293});
-    ASSERT_TRUE(provider.answer(vela::com::someip::Message_type::kResponse, vela::com::someip::Return_code::kOk,
-                                {0, 0, 0, 40, 1, 2}));
+    ASSERT_TRUE(answer(someip::Message_type::kResponse, someip::Return_code::kOk, {0, 0, 0, 40, 1, 2}));
     ASSERT_EQ(undecodable.wait_for(kBound), std::future_status::ready);
     try {
         (void)undecodable.get();
@@ -602,10 +655,134 @@ TEST_F(RuntimeAcrossProcesses, UndecodableAnswerAndErrorAnswerReachTheCallerAsEx
     }
 
     auto refused = proxy->getDiagnosticDataValues(0, {1293});
-    ASSERT_TRUE(
-        provider.answer(vela::com::someip::Message_type::kError, vela::com::someip::Return_code::kNotReady, {}));
+    ASSERT_TRUE(answer(someip::Message_type::kError, someip::Return_code::kNotReady, {}));
     ASSERT_EQ(refused.wait_for(kBound), std::future_status::ready);
     EXPECT_THROW((void)refused.get(), std::runtime_error);
+}
+
+class Recording_listener : public vela::com::runtime::Runtime::Event_listener {
+public:
+    void on_notification(std::vector<std::uint8_t> payload) override { journal.add(std::to_string(payload.at(0))); }
+    void on_state(SubscriptionState) override {}
+    Journal journal;
+};
+
+// Packed messages are each processed; a malformed tail costs only itself; only the
+// offering endpoint may notify.
+TEST_F(RuntimeAcrossProcesses, ConsumerTakesPackedMessagesAndOnlyTheProvidersNotifications)
+{
+    Wire_peer provider;
+    const auto runtime = Component_singleton::acquire();
+    Journal found;
+    const std::uint64_t search = runtime->start_find(0x1A2B, someip::kAnyInstance, 1, [&](std::vector<HandleType> h) {
+        found.add(std::to_string(h.size()) + " found");
+    });
+    // Offers in one discovery message (another service's first: no reason to call the
+    // handler), then a second message cut short.
+    const Bytes offers = Wire_peer::sd_datagram(
+        {Wire_peer::entry(someip::Entry_type::kOfferService, 0x3333, 1, 3, provider.data_port()),
+         Wire_peer::entry(someip::Entry_type::kOfferService, 0x1A2B, 1, 3, provider.data_port()),
+         Wire_peer::entry(someip::Entry_type::kOfferService, 0x1A2B, 2, 3, provider.data_port())},
+        1);
+    const Bytes cut = Bytes(offers.begin(), offers.begin() + 20);
+    bool seen = false;
+    for (std::uint16_t session = 1; session < 50 && !seen; ++session) {
+        Bytes datagram = join({offers, cut});
+        datagram[11] = static_cast<std::uint8_t>(session);
+        provider.send_sd(datagram);
+        seen = found.wait_for("2 found", 0, 100ms);
+    }
+    ASSERT_TRUE(seen);
+    EXPECT_EQ(found.index_of("0 found"), std::string::npos) << "no empty list before the first offer";
+    runtime->stop_find(search);
+
+    auto listener = std::make_shared<Recording_listener>();
+    const std::uint64_t id = runtime->subscribe(0x1A2B, 1, 1, 1, 0x8001, listener);
+    std::vector<someip::Sd_entry> entries;
+    ASSERT_TRUE(provider.receive_sd(entries));
+    ASSERT_EQ(entries.size(), 1u);
+    vela::com::runtime::Endpoint subscriber;
+    ASSERT_TRUE(entries[0].udp_endpoint(subscriber));
+
+    const auto notification = [](std::uint8_t value) {
+        someip::Message_header header;
+        header.service_id = 0x1A2B;
+        header.method_id = 0x8001;
+        header.interface_version = 1;
+        header.message_type = someip::Message_type::kNotification;
+        return header.encode({value});
+    };
+    const int stranger = Wire_peer::bind_udp(0, "127.0.0.3");
+    Wire_peer::send(stranger, subscriber, notification(9));
+    ::close(stranger);
+    Wire_peer::send(provider.data(), subscriber, join({notification(1), notification(2)}));
+    ASSERT_TRUE(listener->journal.wait_for("2"));
+    EXPECT_EQ(listener->journal.index_of("1"), 0u);
+    EXPECT_EQ(listener->journal.index_of("9"), std::string::npos) << "a non-provider's notification was delivered";
+    runtime->unsubscribe(id);
+}
+
+// A provider answers every request of a packed datagram, answers a datagram of finds
+// with one offer per service, and refuses subscriptions that point at another host.
+TEST_F(RuntimeAcrossProcesses, ProviderAnswersPackedRequestsOnceEachAndRefusesForgedSubscribers)
+{
+    Monitor monitor;
+    monitor.OfferService();
+    Wire_peer manager;
+    std::vector<someip::Sd_entry> finds(40, Wire_peer::entry(someip::Entry_type::kFindService, 0x2E10, 0xFFFF, 3));
+    std::vector<someip::Sd_entry> answer;
+    std::uint16_t session = 1;
+    for (; session < 50 && answer.empty(); ++session) {
+        manager.send_sd(Wire_peer::sd_datagram(finds, session));
+        (void)manager.receive_sd(answer, 100ms);
+    }
+    ASSERT_EQ(answer.size(), 1u) << "one offer for forty finds";
+    std::size_t offers = 1;
+    vela::com::runtime::Endpoint provider;
+    ASSERT_TRUE(answer[0].udp_endpoint(provider));
+
+    someip::Message_header request;
+    request.service_id = 0x2E10;
+    request.method_id = 1;
+    request.client_id = 0x0042;
+    request.interface_version = 1;
+    request.session_id = 1;
+    const Bytes first = request.encode({0});
+    request.session_id = 2;
+    Wire_peer::send(manager.data(), provider, join({first, request.encode({1})}));
+    std::set<std::uint16_t> answered;
+    Bytes bytes;
+    vela::com::runtime::Endpoint from;
+    while (answered.size() < 2 && Wire_peer::receive(manager.data(), bytes, from)) {
+        someip::Message_header response;
+        ASSERT_TRUE(someip::Message_header::decode(bytes.data(), bytes.size(), response));
+        EXPECT_EQ(response.return_code, someip::Return_code::kOk);
+        answered.insert(response.session_id);
+    }
+    EXPECT_EQ(answered, (std::set<std::uint16_t>{1, 2}));
+    // Each packed request reached the handler; waiting on the journal also orders the
+    // handler threads' writes before the monitor and its journal go away.
+    EXPECT_TRUE(monitor.journal.wait_for("InitMonitor 0"));
+    EXPECT_TRUE(monitor.journal.wait_for("InitMonitor 1"));
+
+    const struct {
+        const char* host;
+        std::uint32_t ttl_answered;
+    } subscribers[] = {{"127.0.0.9", 0}, {"127.0.0.1", 2}};
+    for (const auto& subscriber : subscribers) {
+        auto subscribe = Wire_peer::entry(someip::Entry_type::kSubscribeEventgroup, 0x2E10, 0x30A4, 2);
+        subscribe.options.push_back(someip::Sd_option::udp_endpoint(Wire_peer::endpoint(subscriber.host, 40000)));
+        manager.send_sd(Wire_peer::sd_datagram({subscribe}, session++));
+        std::vector<someip::Sd_entry> acks;
+        // Answers to finds sent while the offer was still starting may come first.
+        while (manager.receive_sd(acks) && acks.size() == 1 && acks[0].type == someip::Entry_type::kOfferService) {
+            ++offers;
+        }
+        ASSERT_EQ(acks.size(), 1u);
+        EXPECT_EQ(acks[0].type, someip::Entry_type::kSubscribeEventgroupAck);
+        EXPECT_EQ(acks[0].ttl, subscriber.ttl_answered) << subscriber.host;
+    }
+    EXPECT_LT(offers, session) << "at most one offer per datagram of finds";
 }
 
 // The state a new subscriber is told first must not overtake the acknowledgement: the
@@ -703,7 +880,9 @@ TEST(RuntimeWithoutNetwork, CallsFailCleanlyAndShutdownIsPrompt)
             result = 6;
         }
         Component_singleton::shutdown();
-        ::_exit(result);
+        // exit, not _exit: the leak check of a sanitizer build runs at exit and must see
+        // what the runtime left behind in this process.
+        std::exit(result);
     }
     int status = 0;
     const auto deadline = std::chrono::steady_clock::now() + kBound;

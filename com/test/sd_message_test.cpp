@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -97,7 +98,7 @@ TEST(SdCodec, MalformedMessagesAreRejectedWithAReason)
     EXPECT_FALSE(Sd_message::decode(truncated.data(), truncated.size(), decoded, error));
 }
 
-TEST(MessageHeader, RoundTripsAndRejectsLengthMismatch)
+TEST(MessageHeader, RoundTripsByteForByte)
 {
     Message_header header;
     header.service_id = 0x1A2B;
@@ -107,14 +108,62 @@ TEST(MessageHeader, RoundTripsAndRejectsLengthMismatch)
     header.interface_version = 1;
     header.message_type = Message_type::kError;
     header.return_code = Return_code::kUnknownMethod;
-    Bytes bytes = header.encode({0xAA});
+    const Bytes bytes = header.encode({0xAA});
     EXPECT_EQ(bytes, (Bytes{0x1A, 0x2B, 0, 2, 0, 0, 0, 9, 1, 1, 0, 7, 1, 1, 0x81, 0x03, 0xAA}));
     Message_header decoded;
     ASSERT_TRUE(Message_header::decode(bytes.data(), bytes.size(), decoded));
     EXPECT_EQ(decoded.return_code, Return_code::kUnknownMethod);
-    bytes.push_back(0);
-    EXPECT_FALSE(Message_header::decode(bytes.data(), bytes.size(), decoded));
-    EXPECT_FALSE(Message_header::decode(bytes.data(), 15, decoded));
+    EXPECT_EQ(decoded.message_size(), bytes.size());
+}
+
+// Several messages may share one datagram; the walk stops at the first malformed one.
+TEST(DatagramReader, WalksPackedMessagesAndStopsAtAMalformedTail)
+{
+    Message_header first;
+    first.session_id = 1;
+    Message_header second;
+    second.session_id = 2;
+    const Bytes a = first.encode({1, 2, 3});
+    const Bytes b = second.encode({});
+    const auto join = [](std::initializer_list<Bytes> parts) {
+        Bytes out;
+        for (const auto& part : parts) {
+            out.insert(out.end(), part.begin(), part.end());
+        }
+        return out;
+    };
+    Bytes length_too_small = b;
+    length_too_small[7] = 7;
+    Bytes length_past_end = b;
+    length_past_end[7] = 9;
+    const struct {
+        const char* name;
+        Bytes datagram;
+        std::vector<std::uint16_t> sessions;
+        bool malformed;
+        std::size_t stopped_at;
+    } cases[] = {
+        {"one message", a, {1}, false, a.size()},
+        {"two messages", join({a, b}), {1, 2}, false, a.size() + b.size()},
+        {"short tail", join({a, b, Bytes{0, 0, 0}}), {1, 2}, true, a.size() + b.size()},
+        {"length below the header", join({a, length_too_small}), {1}, true, a.size()},
+        {"length past the datagram", join({a, length_past_end}), {1}, true, a.size()},
+        {"empty datagram", {}, {}, false, 0},
+    };
+    for (const auto& c : cases) {
+        Datagram_reader reader(c.datagram.data(), c.datagram.size());
+        Message_header header;
+        const std::uint8_t* payload = nullptr;
+        std::size_t size = 0;
+        std::vector<std::uint16_t> sessions;
+        while (reader.next(header, payload, size)) {
+            sessions.push_back(header.session_id);
+            EXPECT_EQ(size, header.session_id == 1 ? 3u : 0u) << c.name;
+        }
+        EXPECT_EQ(sessions, c.sessions) << c.name;
+        EXPECT_EQ(reader.malformed(), c.malformed) << c.name;
+        EXPECT_EQ(reader.offset(), c.stopped_at) << c.name;
+    }
 }
 
 TEST(SdSessions, CounterStartsAtOneWithRebootFlagAndClearsItOnWrap)

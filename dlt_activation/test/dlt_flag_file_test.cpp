@@ -79,62 +79,47 @@ TEST_F(DltFlagFile, IsLookedAtOnlyOnEveryFiftyFirstPoll)
     EXPECT_TRUE(dlt_pm_flag.load());
 }
 
-TEST_F(DltFlagFile, SwitchesLoggingOnWithoutAnySearch)
+// The marker only switches logging on, and only while no found service can answer instead.
+TEST_F(DltFlagFile, SwitchesLoggingOnOnlyWhenNoServiceCanAnswer)
 {
-    create_marker();
-    check();
-    EXPECT_TRUE(dlt_pm_flag.load());
-    EXPECT_TRUE(flag_updated.load());
-    EXPECT_EQ(dtc->states(), std::vector<std::uint8_t>{1});
-    EXPECT_EQ(err,
-              "Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n"
-              "DLT Launcher: send DTC; flag = 1 DTC=FAIL\n"
-              "Launcher: switch DLT logging by file ; DLT-flag = 1\n");
-}
-
-TEST_F(DltFlagFile, SwitchesLoggingOnWhileTheSearchHasNotFoundTheService)
-{
-    create_marker();
-    observer.handle = running_search();
-    check();
-    EXPECT_TRUE(dlt_pm_flag.load());
-}
-
-TEST_F(DltFlagFile, IsIgnoredWhileTheServiceCanAnswer)
-{
-    create_marker();
-    observer.handle = running_search();
-    observer.proxy = found_service();
-    check();
-    EXPECT_FALSE(dlt_pm_flag.load());
-    EXPECT_FALSE(flag_updated.load());
-    EXPECT_TRUE(dtc->states().empty());
-    EXPECT_EQ(err, "");
-}
-
-TEST_F(DltFlagFile, DoesNothingWhenLoggingIsAlreadyOn)
-{
-    create_marker();
-    dlt_pm_flag.store(true);
-    check();
-    EXPECT_FALSE(flag_updated.load());
-    EXPECT_TRUE(dtc->states().empty());
-    EXPECT_EQ(err, "");
-}
-
-TEST_F(DltFlagFile, MissingOrUnreadableMarkerChangesNothingSilently)
-{
-    check();
-    EXPECT_FALSE(dlt_pm_flag.load());
-    EXPECT_EQ(err, "");
-
-    if (::geteuid() != 0) {  // root reads any file, whatever its mode
-        create_marker();
-        ASSERT_EQ(::chmod(marker.c_str(), 0), 0);
+    struct Case {
+        const char* name;
+        bool marker;
+        bool searching;
+        bool found;
+        bool already_on;
+        std::uint8_t kind;
+        bool switched;
+    };
+    for (const Case& c : {Case{"no search", true, false, false, false, DLT, true},
+                          Case{"search without result", true, true, false, false, DLT, true},
+                          Case{"service found", true, true, true, false, DLT, false},
+                          Case{"already on", true, false, false, true, DLT, false},
+                          Case{"no marker", false, false, false, false, DLT, false},
+                          Case{"other kind", true, false, false, false, PHM, false}}) {
+        SetUp();
+        if (c.marker) {
+            create_marker();
+        }
+        observer.handle = c.searching ? running_search() : nullptr;
+        observer.proxy = c.found ? found_service() : nullptr;
+        dlt_pm_flag.store(c.already_on);
+        dtc = std::make_shared<CountingDtcService>();
+        set_dtc_service(dtc);
+        testing::internal::CaptureStderr();
+        check_dlt_flag_file(c.kind, counter, observer);
+        err = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(dlt_pm_flag.load(), c.switched || c.already_on) << c.name;
+        EXPECT_EQ(flag_updated.load(), c.switched) << c.name;
+        EXPECT_EQ(dtc->states(), c.switched ? std::vector<std::uint8_t>{1} : std::vector<std::uint8_t>{}) << c.name;
+        EXPECT_EQ(err, c.switched ? "Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n"
+                                    "DLT Launcher: send DTC; flag = 1 DTC=FAIL\n"
+                                    "Launcher: switch DLT logging by file ; DLT-flag = 1\n"
+                                  : "")
+            << c.name;
+        EXPECT_EQ(counter, c.kind == DLT ? 0U : 50U) << c.name;
+        TearDown();
         counter = 50;
-        check();
-        EXPECT_FALSE(dlt_pm_flag.load());
-        EXPECT_EQ(err, "");
     }
 }
 
@@ -160,17 +145,6 @@ TEST_F(DltFlagFile, AFifoInTheMarkersPlaceDoesNotHoldTheMainLoop)
     }
     EXPECT_TRUE(returned) << "opening the marker waited for a writer";
     EXPECT_TRUE(dlt_pm_flag.load()) << "an openable marker switches logging on, whatever it is";
-}
-
-TEST_F(DltFlagFile, OtherKindsNeitherCountNorLook)
-{
-    create_marker();
-    for (const std::uint8_t kind : {COM, PHM, UDPNM, COM_BRIDGE}) {
-        counter = 50;
-        check_dlt_flag_file(kind, counter, observer);
-        EXPECT_EQ(counter, 50U);
-    }
-    EXPECT_FALSE(dlt_pm_flag.load());
 }
 
 }  // namespace

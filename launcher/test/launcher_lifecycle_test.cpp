@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -102,7 +103,7 @@ void switch_dlt_logging(bool on)
 }
 
 class LauncherLifecycle : public testing::Test {
-protected:
+public:
     void SetUp() override
     {
         setup = &collaborators;
@@ -165,109 +166,72 @@ TEST_F(LauncherLifecycle, ChildDeathEndsComLauncherWithStatusZero)
     EXPECT_EQ(collaborators.record.deleted, 1);
     EXPECT_EQ(collaborators.polls, 2);
     EXPECT_EQ(collaborators.poll_counters.front(), 50U);
-    EXPECT_THAT(output, HasSubstr("Launcher: main_launcher start : flag_updated=false \n"));
-    EXPECT_THAT(output, HasSubstr("COM_LAUNCHER Launcher: Restart Launcher... noHandler  noLauncher  noStrategy \n"));
-    EXPECT_THAT(output, HasSubstr("COM_LAUNCHER Launcher: Starting Launcher... EXIT_SUCCESS \n"));
-    EXPECT_THAT(output, HasSubstr("COM_LAUNCHER Launcher: Running...\n"
-                                  "Launcher: app= NoStop Update needed = NoUpdate Termination = NoTermination\n"));
-    EXPECT_THAT(output, HasSubstr("Launcher: Received SIGNAL17\n"));
-    EXPECT_THAT(output, HasSubstr("Launcher: launcher_main_loop end : flag_updated=false \n"
-                                  "COM_LAUNCHER Launcher: Shutting down...\n"
-                                  "COM_LAUNCHER  Launcher: Shutting down... STOP\n"
-                                  "COM_LAUNCHER Launcher: Terminating...\n"));
-    EXPECT_THAT(output, Not(HasSubstr("TERMINATION")));
+    // The whole pass, as the console shows it.
+    EXPECT_EQ(output,
+              "Launcher: main_launcher start : flag_updated=false \n"
+              "COM_LAUNCHER Launcher: Restart Launcher... noHandler  noLauncher  noStrategy \n"
+              "Launcher: main_launcher while start : flag_updated=false \n"
+              "COM_LAUNCHER Launcher: Starting Launcher... EXIT_SUCCESS \n"
+              "COM_LAUNCHER Launcher: Running...\n"
+              "Launcher: app= NoStop Update needed = NoUpdate Termination = NoTermination\n"
+              "Launcher: Received SIGNAL17\n"
+              "Launcher: launcher_main_loop end : flag_updated=false \n"
+              "COM_LAUNCHER Launcher: Shutting down...\n"
+              "COM_LAUNCHER  Launcher: Shutting down... STOP\n"
+              "COM_LAUNCHER Launcher: Terminating...\n");
     EXPECT_EQ(collaborators.dtc_created, 0);
 }
 
-TEST_F(LauncherLifecycle, TerminationSignalsEndEveryNonDltKindWithStatusZero)
+TEST_F(LauncherLifecycle, FailuresEndTheRunWithStatusOneAndTheirLines)
 {
-    const std::vector<std::pair<const char*, int>> cases{{"0", SIGTERM}, {"2", SIGINT}, {"3", SIGTERM}, {"99", SIGINT}};
-    for (const auto& [kind, signal] : cases) {
+    struct Case {
+        const char* kind;
+        std::function<void(LauncherLifecycle&)> arrange;
+        const char* expected;
+        int ready_reports;
+        int created;
+        int stopped;
+    };
+    const std::vector<Case> cases{
+        {"abc", [](LauncherLifecycle&) {},
+         "Launcher: main_launcher start : flag_updated=false \nUsage: Strata Launcher [daemon]\n"
+         "0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\nNo valid process type to initialize dlt. \n"
+         " Launcher: Shutting down... TERMINATION\nLauncher: Terminating...\n", 0, 0, 0},
+        {"0", [](LauncherLifecycle& t) { ON_CALL(t.api, get_hostname()).WillByDefault(Return("vm_java.local")); },
+         "Launcher configuration: Unknown partition. hostname = vm_java.local\n"
+         "COM_LAUNCHER Launcher: Configuration failed. Terminating\n", 0, 0, 0},
+        {"2", [](LauncherLifecycle& t) { ON_CALL(t.api, sigaction(SIGTERM, _, _)).WillByDefault(Return(-1)); },
+         "Cannot register to system signals. Terminating Launcher.\nLauncher: Initialization failed. Terminating"
+         "PHM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
+         "PHM_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\nPHM_LAUNCHER Launcher: Terminating...\n",
+         0, 0, 0},
+        {"99", [](LauncherLifecycle& t) { t.collaborators.no_strategy = true; },
+         "Launcher: Preparation failed. Terminating\nCOM_BRIDGE_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
+         "COM_BRIDGE_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\n", 0, 0, 0},
+        {"2", [](LauncherLifecycle& t) { t.collaborators.prepare_result = false; },
+         "Launcher: Preparation failed. Terminating\nPHM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
+         "PHM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n", 0, 1, 0},
+        {"0", [](LauncherLifecycle& t) { t.collaborators.start_result = false; },
+         "Launcher: Starting failed. Terminating\nCOM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
+         "COM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n", 1, 1, 1},
+        {"1", [](LauncherLifecycle& t) { t.collaborators.dtc_service = nullptr; },
+         "DLT-Launcher: start DTC has failed\n", 0, 0, 0},
+    };
+    for (const Case& c : cases) {
         collaborators = Collaborator_setup{};
-        collaborators.on_poll = [signal = signal](int, std::uint8_t) { signal_handler(signal); };
-        EXPECT_EQ(run({"strata-launcher", kind}), 0) << kind;
-        EXPECT_EQ(collaborators.record.stopped, 1) << kind;
-        EXPECT_EQ(collaborators.record.deleted, 1) << kind;
-        EXPECT_EQ(count(output, "Launcher: Restart Launcher..."), 1U) << kind;
-        EXPECT_THAT(output, HasSubstr("Launcher: Terminating...\n"));
-        EXPECT_THAT(output, Not(HasSubstr("TERMINATION")));
+        collaborators.dtc_service = std::make_shared<Fake_dtc_service>();
+        ready_reports = 0;
+        c.arrange(*this);
+        EXPECT_EQ(run({"strata-launcher", c.kind}), 1) << c.expected;
+        EXPECT_THAT(output, HasSubstr(c.expected));
+        EXPECT_EQ(ready_reports, c.ready_reports) << c.expected;
+        EXPECT_EQ(collaborators.record.created, c.created) << c.expected;
+        EXPECT_EQ(collaborators.record.stopped, c.stopped) << c.expected;
+        EXPECT_EQ(collaborators.record.deleted, c.created) << c.expected;
+        EXPECT_EQ(collaborators.polls, 0) << c.expected;
+        testing::Mock::VerifyAndClearExpectations(&api);
+        SetUp();
     }
-}
-
-TEST_F(LauncherLifecycle, BadArgumentRunsEmptyTerminationAndFails)
-{
-    EXPECT_CALL(api, get_hostname()).Times(0);
-    EXPECT_EQ(run({"strata-launcher", "abc"}), 1);
-    EXPECT_EQ(output,
-              "Launcher: main_launcher start : flag_updated=false \n"
-              "Usage: Strata Launcher [daemon]\n"
-              "0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\n"
-              "No valid process type to initialize dlt. \n"
-              " Launcher: Shutting down... TERMINATION\n"
-              "Launcher: Terminating...\n");
-    EXPECT_EQ(collaborators.record.created, 0);
-    EXPECT_EQ(ready_reports, 0);
-}
-
-TEST_F(LauncherLifecycle, UnknownHostFailsAtOnceWithoutShutdownMessages)
-{
-    EXPECT_CALL(api, get_hostname()).WillOnce(Return("vm_java.local"));
-    EXPECT_CALL(api, sigaction(_, _, _)).Times(0);
-    EXPECT_EQ(run({"strata-launcher", "0"}), 1);
-    EXPECT_EQ(output,
-              "Launcher: main_launcher start : flag_updated=false \n"
-              "Launcher configuration: Unknown partition. hostname = vm_java.local\n"
-              "COM_LAUNCHER Launcher: Configuration failed. Terminating\n");
-    EXPECT_EQ(collaborators.record.created, 0);
-}
-
-TEST_F(LauncherLifecycle, FailedSignalRegistrationFailsWithoutStrategy)
-{
-    EXPECT_CALL(api, sigaction(_, _, _)).WillRepeatedly(Return(0));
-    EXPECT_CALL(api, sigaction(SIGTERM, _, _)).WillOnce(Return(-1));
-    EXPECT_EQ(run({"strata-launcher", "2"}), 1);
-    EXPECT_THAT(output, HasSubstr("Cannot register to system signals. Terminating Launcher.\n"
-                                  "Launcher: Initialization failed. Terminating"
-                                  "PHM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
-                                  "PHM_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\n"
-                                  "PHM_LAUNCHER Launcher: Terminating...\n"));
-    EXPECT_EQ(collaborators.record.created, 0);
-    EXPECT_EQ(ready_reports, 0);
-}
-
-TEST_F(LauncherLifecycle, MissingStrategyFails)
-{
-    collaborators.no_strategy = true;
-    EXPECT_EQ(run({"strata-launcher", "99"}), 1);
-    EXPECT_THAT(output, HasSubstr("Launcher: Preparation failed. Terminating\n"));
-    EXPECT_THAT(output, HasSubstr("COM_BRIDGE_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\n"));
-    EXPECT_EQ(ready_reports, 0);
-}
-
-TEST_F(LauncherLifecycle, FailedPrepareKeepsStrategyUntilShutdown)
-{
-    collaborators.prepare_result = false;
-    EXPECT_EQ(run({"strata-launcher", "2"}), 1);
-    EXPECT_THAT(output, HasSubstr("Launcher: Preparation failed. Terminating\n"
-                                  "PHM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
-                                  "PHM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n"));
-    EXPECT_EQ(collaborators.record.started, 0);
-    EXPECT_EQ(collaborators.record.stopped, 0);
-    EXPECT_EQ(collaborators.record.deleted, 1);
-    EXPECT_EQ(ready_reports, 0);
-}
-
-TEST_F(LauncherLifecycle, FailedStartReportsReadyStopsDaemonsAndFails)
-{
-    collaborators.start_result = false;
-    EXPECT_EQ(run({"strata-launcher", "0"}), 1);
-    EXPECT_EQ(ready_reports, 1);
-    EXPECT_EQ(collaborators.record.stopped, 1);
-    EXPECT_EQ(collaborators.record.deleted, 1);
-    EXPECT_EQ(collaborators.polls, 0);
-    EXPECT_THAT(output, HasSubstr("Launcher: Starting failed. Terminating\n"
-                                  "COM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
-                                  "COM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n"));
 }
 
 class DltLauncherLifecycle : public LauncherLifecycle {
@@ -304,16 +268,8 @@ TEST_F(DltLauncherLifecycle, WithoutLoggingReportsReadyAndPollsUntilTerminated)
                                   "DLT-Launcher: Created DLT DTC object\n"));
     EXPECT_THAT(output, HasSubstr("DLT_LAUNCHER Launcher: start without DLT LOG...\n"));
     EXPECT_THAT(output, HasSubstr("DTL launcher : Stop COM \nDLT_LAUNCHER Launcher: Terminating...\n"));
+    EXPECT_THAT(output, Not(HasSubstr("Unsubscribe")));
     EXPECT_FALSE(get_dtc_service());
-}
-
-TEST_F(DltLauncherLifecycle, MissingDtcServiceFailsFirstPass)
-{
-    collaborators.dtc_service = nullptr;
-    EXPECT_EQ(run({"strata-launcher", "1"}), 1);
-    EXPECT_THAT(output, HasSubstr("DLT-Launcher: start DTC has failed\n"));
-    EXPECT_THAT(output, HasSubstr("DLT_LAUNCHER  Launcher: Shutting down... TERMINATION\n"));
-    EXPECT_EQ(ready_reports, 0);
 }
 
 TEST_F(DltLauncherLifecycle, DtcThatDoesNotStartIsNoFailure)
@@ -324,21 +280,43 @@ TEST_F(DltLauncherLifecycle, DtcThatDoesNotStartIsNoFailure)
     EXPECT_THAT(output, HasSubstr("DLT-Launcher: Start DLT DTC object failed\n"));
 }
 
-TEST_F(DltLauncherLifecycle, FlagChangeStartsDaemonsInNewPass)
+TEST_F(DltLauncherLifecycle, FlagChangesStartAndStopTheDaemonsInNewPasses)
 {
     collaborators.on_poll = [](int poll, std::uint8_t) {
         if (poll == 1) {
             switch_dlt_logging(true);
         } else if (poll == 2) {
+            switch_dlt_logging(false);
+        } else if (poll == 3) {
             signal_handler(SIGTERM);
         }
     };
     EXPECT_EQ(run({"strata-launcher", "1"}), 0);
     EXPECT_EQ(collaborators.record.created, 1);
     EXPECT_EQ(collaborators.record.stopped, 1);
-    EXPECT_EQ(ready_reports, 2);
-    EXPECT_EQ(count(output, "Launcher: Restart Launcher..."), 2U);
-    EXPECT_EQ(count(output, "start without DLT LOG..."), 1U);
+    EXPECT_EQ(collaborators.record.deleted, 1);
+    EXPECT_EQ(ready_reports, 3);
+    EXPECT_EQ(count(output, "Launcher: Restart Launcher..."), 3U);
+    EXPECT_EQ(count(output, "start without DLT LOG..."), 2U);
+}
+
+TEST_F(DltLauncherLifecycle, FailedPrepareIsRetriedLikeAFailedStart)
+{
+    collaborators.prepare_result = false;
+    collaborators.on_poll = [](int poll, std::uint8_t) {
+        if (poll == 1) {
+            switch_dlt_logging(true);
+        } else if (poll == 6) {
+            signal_handler(SIGTERM);
+        }
+    };
+    EXPECT_EQ(run({"strata-launcher", "1"}), 0);
+    EXPECT_EQ(count(output, "Launcher: Preparation failed. Terminating\n"), 4U);
+    EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry soon ...\n"), 3U);
+    EXPECT_EQ(count(output, "DLT Launcher start procs had failed, but retry if dlt flag changes ...\n"), 1U);
+    EXPECT_EQ(collaborators.record.created, 4);
+    EXPECT_EQ(collaborators.record.started, 0);
+    EXPECT_EQ(collaborators.record.deleted, 4);
 }
 
 TEST_F(DltLauncherLifecycle, DyingDaemonRestartsDaemonsWithoutLimit)

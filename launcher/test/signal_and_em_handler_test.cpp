@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <csignal>
 
 #include "launcher/em_handler.hpp"
@@ -13,88 +14,50 @@ namespace {
 using testing::_;
 using testing::Eq;
 using testing::Return;
-using testing::StrEq;
-using testing::StrictMock;
 
-class SignalHandler : public testing::Test {
-protected:
-    void SetUp() override { reset(false); }
-    void TearDown() override { reset(false); }
-    static void reset(bool value)
-    {
-        stop_flag.store(value);
-        termination_flag.store(value);
-        child_stop_flag.store(value);
-    }
-    static std::string handle(int signal)
-    {
-        testing::internal::CaptureStderr();
-        signal_handler(signal);
-        return testing::internal::GetCapturedStderr();
-    }
-};
-
-TEST_F(SignalHandler, TerminationSignalsSetTerminationAndStop)
+// Each row starts from a child indication left by an earlier SIGCHLD.
+TEST(SignalHandler, EverySignalClearsTheChildIndicationBeforeSettingItsFlags)
 {
-    for (const int signal : {SIGTERM, SIGINT}) {
-        reset(false);
+    struct Case {
+        int signal;
+        bool stop;
+        bool termination;
+        bool child_stop;
+    };
+    for (const Case& c : {Case{SIGTERM, true, true, false}, Case{SIGINT, true, true, false},
+                          Case{SIGCHLD, true, false, true}, Case{SIGUSR1, false, false, false}}) {
+        stop_flag.store(false);
+        termination_flag.store(false);
         child_stop_flag.store(true);
-        EXPECT_EQ(handle(signal), "Launcher: Received SIGNAL" + std::to_string(signal) + "\n");
-        EXPECT_TRUE(termination_flag.load());
-        EXPECT_TRUE(stop_flag.load());
-        EXPECT_FALSE(child_stop_flag.load());
+        errno = EAGAIN;
+        testing::internal::CaptureStderr();
+        signal_handler(c.signal);
+        EXPECT_EQ(errno, EAGAIN);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "Launcher: Received SIGNAL" + std::to_string(c.signal) + "\n");
+        EXPECT_EQ(stop_flag.load(), c.stop) << c.signal;
+        EXPECT_EQ(termination_flag.load(), c.termination) << c.signal;
+        EXPECT_EQ(child_stop_flag.load(), c.child_stop) << c.signal;
     }
-}
-
-TEST_F(SignalHandler, ChildSignalSetsChildStopButNotTermination)
-{
-    EXPECT_EQ(handle(SIGCHLD), "Launcher: Received SIGNAL17\n");
-    EXPECT_TRUE(child_stop_flag.load());
-    EXPECT_TRUE(stop_flag.load());
-    EXPECT_FALSE(termination_flag.load());
-}
-
-TEST_F(SignalHandler, TerminationAfterChildDeathClearsChildIndication)
-{
-    (void)handle(SIGCHLD);
-    (void)handle(SIGTERM);
-    EXPECT_FALSE(child_stop_flag.load());
-    EXPECT_TRUE(termination_flag.load());
-}
-
-TEST_F(SignalHandler, OtherSignalOnlyClearsChildIndication)
-{
-    child_stop_flag.store(true);
-    EXPECT_EQ(handle(SIGUSR1), "Launcher: Received SIGNAL" + std::to_string(SIGUSR1) + "\n");
-    EXPECT_FALSE(child_stop_flag.load());
-    EXPECT_FALSE(stop_flag.load());
-    EXPECT_FALSE(termination_flag.load());
-}
-
-TEST_F(SignalHandler, KeepsErrnoOfInterruptedCode)
-{
-    errno = EAGAIN;
-    (void)handle(SIGCHLD);
-    EXPECT_EQ(errno, EAGAIN);
+    stop_flag.store(false);
+    termination_flag.store(false);
+    child_stop_flag.store(false);
 }
 
 void some_handler(int) {}
 
-struct Registration_case {
-    int term_result;
-    int int_result;
-    int chld_result;
-    bool expected;
-};
-
-TEST(EmHandler_RegisterSignalHandler, ResultRulesAndAllThreeCallsMade)
+// sigaction's result counts as success when it is not negative for SIGTERM, but only when
+// it is exactly 0 for SIGINT and SIGCHLD; all three are always asked for.
+TEST(EmHandler, RegistersAllThreeSignalsAndJudgesEachResult)
 {
-    const std::vector<Registration_case> cases{
-        {0, 0, 0, true},  {1, 0, 0, true},   {-1, 0, 0, false}, {0, -1, 0, false},
-        {0, 1, 0, false}, {0, 0, -1, false}, {0, 0, 2, false},  {-1, -1, -1, false},
+    struct Case {
+        int term_result;
+        int int_result;
+        int chld_result;
+        bool expected;
     };
-    for (const auto& c : cases) {
-        StrictMock<Mock_system_call_api> api;
+    for (const Case& c : {Case{0, 0, 0, true}, Case{1, 0, 0, true}, Case{-1, 0, 0, false}, Case{0, 1, 0, false},
+                          Case{0, 0, -1, false}}) {
+        testing::StrictMock<Mock_system_call_api> api;
         testing::InSequence order;
         EXPECT_CALL(api, sigaction(SIGTERM, _, Eq(nullptr))).WillOnce(Return(c.term_result));
         EXPECT_CALL(api, sigaction(SIGINT, _, Eq(nullptr))).WillOnce(Return(c.int_result));
@@ -103,31 +66,6 @@ TEST(EmHandler_RegisterSignalHandler, ResultRulesAndAllThreeCallsMade)
         EXPECT_EQ(handler.register_signal_handler(some_handler), c.expected)
             << c.term_result << " " << c.int_result << " " << c.chld_result;
     }
-}
-
-TEST(EmHandler_RegisterSignalHandler, PlainHandlerWithoutFlagsOrMask)
-{
-    StrictMock<Mock_system_call_api> api;
-    EXPECT_CALL(api, sigaction(_, _, Eq(nullptr)))
-        .Times(3)
-        .WillRepeatedly([](int, const struct sigaction* action, struct sigaction*) {
-            EXPECT_EQ(action->sa_handler, &some_handler);
-            EXPECT_EQ(action->sa_flags, 0);
-            for (int signal = 1; signal < NSIG; ++signal) {
-                EXPECT_EQ(sigismember(&action->sa_mask, signal), 0) << signal;
-            }
-            return 0;
-        });
-    EM_handler handler(&api);
-    EXPECT_TRUE(handler.register_signal_handler(some_handler));
-}
-
-TEST(EmHandler_ReportReady, SendsExactlyReadyWithLineEnd)
-{
-    StrictMock<Mock_system_call_api> api;
-    EXPECT_CALL(api, sd_notify(0, StrEq("READY=1\n"))).WillOnce(Return(-1));
-    EM_handler handler(&api);
-    handler.report_ready();
 }
 
 }  // namespace

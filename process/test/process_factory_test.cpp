@@ -81,16 +81,6 @@ protected:
     std::vector<std::string> last_arguments;
 };
 
-TEST_F(ProcessFactoryTest, NullSystemCall_ReturnsMinusOneWithoutAnyLine)
-{
-    Process_factory factory(nullptr);
-    std::vector<std::string> arguments;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(factory.create_process("/usr/bin/com_daemon", arguments, {}), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    EXPECT_FALSE(factory.is_running());
-}
-
 TEST_F(ProcessFactoryTest, ForkFailure_WritesCannotForkThenFinalAndStartsNoThread)
 {
     EXPECT_CALL(system_call, fork()).WillOnce(Return(-1));
@@ -108,118 +98,86 @@ TEST_F(ProcessFactoryTest, ForkFailure_WritesCannotForkThenFinalAndStartsNoThrea
               "Process_factory:create process Fork PID= -1FINAL\n");
 }
 
-TEST_F(ProcessFactoryTest, ChildSide_EmptyArgumentsGetThePathAndExecveFailureReturnsMinusOne)
+// In the child: empty arguments become the path alone, given ones are used as they stand,
+// and whatever execve returns is reported and becomes -1.
+TEST_F(ProcessFactoryTest, ChildSide_ArgumentsEnvironmentAndExecveResult)
 {
-    std::vector<std::string> seen_argv;
-    std::vector<std::string> seen_envp;
-    bool argv_terminated = false;
-    EXPECT_CALL(system_call, fork()).WillOnce(Return(0));
-    EXPECT_CALL(system_call, execve(_, _, _))
-        .WillOnce(Invoke([&](const char* path, char* const argv[], char* const envp[]) {
-            EXPECT_STREQ(path, "/usr/bin/dlt-daemon");
-            for (int index = 0; argv[index] != nullptr; ++index) {
-                seen_argv.emplace_back(argv[index]);
-            }
-            argv_terminated = true;
-            for (int index = 0; envp[index] != nullptr; ++index) {
-                seen_envp.emplace_back(envp[index]);
-            }
-            errno = ENOENT;
-            return -1;
-        }));
-    EXPECT_CALL(system_call, create_thread(_, _)).Times(0);
-    int result = 0;
-    const std::string text =
-        run("/usr/bin/dlt-daemon", {}, {"NOTIFY_SOCKET=/tmp/x", "LD_LIBRARY_PATH=/usr/lib"}, &result);
-    EXPECT_EQ(result, -1);
-    EXPECT_TRUE(argv_terminated);
-    EXPECT_EQ(seen_argv, std::vector<std::string>{"/usr/bin/dlt-daemon"});
-    EXPECT_EQ(last_arguments, std::vector<std::string>{"/usr/bin/dlt-daemon"});
-    EXPECT_EQ(seen_envp, (std::vector<std::string>{"NOTIFY_SOCKET=/tmp/x", "LD_LIBRARY_PATH=/usr/lib"}));
-    EXPECT_EQ(text,
-              "LAUNCHER PROCESS PATH: /usr/bin/dlt-daemon\n"
-              "LAUNCHER Process_factory: fork done childPID= 0\n"
-              "LAUNCHER Process_factory: execve returns FAILURE -1\n"
-              "Process_factory:create process Fork PID= 0FINAL\n");
-}
-
-TEST_F(ProcessFactoryTest, ChildSide_GivenArgumentsAreUsedAsTheyStandAndAnyOtherExecveResultIsReported)
-{
-    std::vector<std::string> seen_argv;
-    EXPECT_CALL(system_call, fork()).WillOnce(Return(0));
-    EXPECT_CALL(system_call, execve(_, _, _)).WillOnce(Invoke([&](const char*, char* const argv[], char* const[]) {
-        for (int index = 0; argv[index] != nullptr; ++index) {
-            seen_argv.emplace_back(argv[index]);
-        }
-        return 5;
-    }));
-    int result = 0;
-    const std::string text = run("/usr/bin/com_daemon", {"com_daemon", "-c", "/etc/x.json"}, {}, &result);
-    EXPECT_EQ(result, -1);
-    EXPECT_EQ(seen_argv, (std::vector<std::string>{"com_daemon", "-c", "/etc/x.json"}));
-    EXPECT_THAT(text, HasSubstr("LAUNCHER Process_factory: execve returns good procid 5\n"
-                                "Process_factory:create process Fork PID= 0FINAL\n"));
-}
-
-TEST_F(ProcessFactoryTest, ParentSide_ReturnsPidAndReportsExitCodeOfReapedChild)
-{
-    EXPECT_CALL(system_call, fork()).WillOnce(Return(1234));
-    EXPECT_CALL(system_call, execve(_, _, _)).Times(0);
-    child_ends_with(1234, 3 << 8);
-    int result = 0;
-    const std::string text = run("/usr/bin/quor_phmd", {"quor_phmd"}, {}, &result);
-    EXPECT_EQ(result, 1234);
-    EXPECT_EQ(lines_starting_with(text, {"LAUNCHER", "Process_factory"}),
-              (std::vector<std::string>{"LAUNCHER PROCESS PATH: /usr/bin/quor_phmd",
-                                        "LAUNCHER Process_factory: fork done childPID= 1234",
-                                        "LAUNCHER Process_factory:create process Fork PID= 1234",
-                                        "Process_factory:create process Fork PID= 1234FINAL"}));
-    EXPECT_EQ(lines_starting_with(text, {"Launcher"}),
-              (std::vector<std::string>{"Launcher Process_factory: waitpid for waiting now called for child 1234",
-                                        "Launcher Process_factory: child process 1234 terminated. Exit code: 3",
-                                        "Launcher Process_factory: waitpid called for child 1234"}));
-}
-
-TEST_F(ProcessFactoryTest, WaitingThread_ReportsSignalAndFailedWaitAsStatus)
-{
-    const struct {
-        pid_t waitpid_result;
-        int wait_status;
-        const char* expected;
-    } cases[] = {
-        {77, 9, "Launcher Process_factory: child process 77 terminated. Status: 9"},
-        {-1, 0, "Launcher Process_factory: child process 77 terminated. Status: -1"},
-        {78, 0, "Launcher Process_factory: child process 77 terminated. Status: -1"},
+    struct Case {
+        std::vector<std::string> arguments;
+        std::vector<std::string> expected_argv;
+        int execve_result;
+        const char* expected_line;
     };
-    for (const auto& scenario : cases) {
-        EXPECT_CALL(system_call, fork()).WillOnce(Return(77));
-        EXPECT_CALL(system_call, waitpid(77, _, 0)).WillOnce(Invoke([&scenario](pid_t, int* status, int) {
-            *status = scenario.wait_status;
-            errno = ECHILD;
-            return scenario.waitpid_result;
-        }));
+    for (const Case& c : {Case{{}, {"/usr/bin/dlt-daemon"}, -1, "LAUNCHER Process_factory: execve returns FAILURE -1\n"},
+                          Case{{"dlt", "-c", "/etc/x.conf"}, {"dlt", "-c", "/etc/x.conf"}, 5,
+                               "LAUNCHER Process_factory: execve returns good procid 5\n"}}) {
+        std::vector<std::string> seen_argv;
+        std::vector<std::string> seen_envp;
+        EXPECT_CALL(system_call, fork()).WillOnce(Return(0));
+        EXPECT_CALL(system_call, create_thread(_, _)).Times(0);
+        EXPECT_CALL(system_call, execve(_, _, _))
+            .WillOnce(Invoke([&](const char* path, char* const argv[], char* const envp[]) {
+                EXPECT_STREQ(path, "/usr/bin/dlt-daemon");
+                for (int index = 0; argv[index] != nullptr; ++index) {
+                    seen_argv.emplace_back(argv[index]);
+                }
+                for (int index = 0; envp[index] != nullptr; ++index) {
+                    seen_envp.emplace_back(envp[index]);
+                }
+                return c.execve_result;
+            }));
         int result = 0;
-        const std::string text = run("/usr/bin/quor_udpnmd", {}, {}, &result);
-        EXPECT_EQ(result, 77);
-        EXPECT_THAT(text, HasSubstr(std::string(scenario.expected) + "\n")) << scenario.waitpid_result;
+        const std::string text = run("/usr/bin/dlt-daemon", c.arguments, {"NOTIFY_SOCKET=/tmp/x", "A=b"}, &result);
+        EXPECT_EQ(result, -1);
+        EXPECT_EQ(seen_argv, c.expected_argv);
+        EXPECT_EQ(seen_envp, (std::vector<std::string>{"NOTIFY_SOCKET=/tmp/x", "A=b"}));
+        EXPECT_EQ(text, std::string("LAUNCHER PROCESS PATH: /usr/bin/dlt-daemon\n"
+                                    "LAUNCHER Process_factory: fork done childPID= 0\n") +
+                            c.expected_line + "Process_factory:create process Fork PID= 0FINAL\n");
+        testing::Mock::VerifyAndClearExpectations(&system_call);
     }
 }
 
-TEST_F(ProcessFactoryTest, WaitingThread_ResumesAWaitInterruptedBySignal)
+// In the parent: the pid, then the waiting thread's report of how the child ended; a wait
+// interrupted by a signal is resumed.
+TEST_F(ProcessFactoryTest, ParentSide_ReturnsThePidAndReportsHowTheChildEnded)
 {
-    EXPECT_CALL(system_call, fork()).WillOnce(Return(55));
-    EXPECT_CALL(system_call, waitpid(55, _, 0))
-        .WillOnce(Invoke([](pid_t, int*, int) {
-            errno = EINTR;
-            return -1;
-        }))
-        .WillOnce(Invoke([](pid_t child, int* status, int) {
-            *status = 0;
-            return child;
-        }));
-    int result = 0;
-    const std::string text = run("/usr/bin/quor_udpnmd", {}, {}, &result);
-    EXPECT_THAT(text, HasSubstr("child process 55 terminated. Exit code: 0\n"));
+    struct Case {
+        std::vector<std::pair<pid_t, int>> waits;  // result and status of each waitpid call
+        const char* expected;
+    };
+    const std::vector<Case> cases{
+        {{{77, 3 << 8}}, "Launcher Process_factory: child process 77 terminated. Exit code: 3\n"},
+        {{{77, 9}}, "Launcher Process_factory: child process 77 terminated. Status: 9\n"},
+        {{{-1, 0}}, "Launcher Process_factory: child process 77 terminated. Status: -1\n"},
+        {{{78, 0}}, "Launcher Process_factory: child process 77 terminated. Status: -1\n"},
+        {{{-1, 0}, {77, 0}}, "Launcher Process_factory: child process 77 terminated. Exit code: 0\n"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_CALL(system_call, fork()).WillOnce(Return(77));
+        EXPECT_CALL(system_call, execve(_, _, _)).Times(0);
+        auto& waits = EXPECT_CALL(system_call, waitpid(77, _, 0));
+        for (std::size_t index = 0; index < c.waits.size(); ++index) {
+            const auto [returned, wait_status] = c.waits[index];
+            // A second call only follows an interrupted first one.
+            const int error = index + 1 < c.waits.size() ? EINTR : ECHILD;
+            waits.WillOnce(Invoke([returned = returned, wait_status = wait_status, error](pid_t, int* status, int) {
+                *status = wait_status;
+                errno = error;
+                return returned;
+            }));
+        }
+        int result = 0;
+        const std::string text = run("/usr/bin/quor_phmd", {"quor_phmd"}, {}, &result);
+        EXPECT_EQ(result, 77);
+        EXPECT_THAT(text, HasSubstr(c.expected));
+        EXPECT_EQ(lines_starting_with(text, {"LAUNCHER", "Process_factory"}),
+                  (std::vector<std::string>{"LAUNCHER PROCESS PATH: /usr/bin/quor_phmd",
+                                            "LAUNCHER Process_factory: fork done childPID= 77",
+                                            "LAUNCHER Process_factory:create process Fork PID= 77",
+                                            "Process_factory:create process Fork PID= 77FINAL"}));
+        testing::Mock::VerifyAndClearExpectations(&system_call);
+    }
 }
 
 TEST_F(ProcessFactoryTest, CreateProcess_LeavesTheCallersSignalMaskAsItWas)

@@ -60,7 +60,6 @@ protected:
         return content.str();
     }
 
-    bool quiet_file_exists() const { return ::access(quiet_file.c_str(), F_OK) == 0; }
 
     Fake_system_call_api api;
     Fake_directory_reader reader;
@@ -171,28 +170,6 @@ TEST_F(DltStrategy, StartAndStop_ConsoleQuietWhileRunningVerboseAfter)
     EXPECT_EQ(errors.find("STOP DLT LAUNCHER done ...\n"), errors.rfind("STOP DLT LAUNCHER done ...\n"));
 }
 
-TEST_F(DltStrategy, WholePass_OnlyFailuresAndMilestonesReachStandardError)
-{
-    make(vm_adaptive);
-    api.set_datagram("READY=1");
-    testing::internal::CaptureStderr();
-
-    ASSERT_TRUE(strategy->prepare(&api, nullptr));
-    ASSERT_TRUE(strategy->start());
-    strategy->stop();
-    strategy.reset();
-
-    const std::string errors = testing::internal::GetCapturedStderr();
-    EXPECT_THAT(errors, AllOf(HasSubstr("Launcher_strategy_DLT :prepare...\n"),
-                              HasSubstr("Launcher_strategy_DLT : start...\n"), HasSubstr("STOP DLT LAUNCHER ...\n")));
-    for (const char* quiet_text :
-         {"run dlt-process", "run /usr/bin/dlt", "dlt_daemon is started", "virtual console", "stop DTL",
-          "still runinng", "Launcher_strategy_DLT : kill", "Launcher_strategy_DLT : run  PATH",
-          "Launcher_strategy_DLT : COMMAND LINE ARGU", "is available", ":delete", "====="}) {
-        EXPECT_THAT(errors, Not(HasSubstr(quiet_text)));
-    }
-}
-
 TEST_F(DltStrategy, Stop_RunsProxyCleanupEvenWhenProxyAlreadyEnded)
 {
     make(vm_java);
@@ -222,18 +199,6 @@ TEST_F(DltStrategy, LogDaemonForkFailure_NoCompanionsAndConsoleStillQuiet)
     EXPECT_EQ(quiet_content(), "1 \n");
 }
 
-TEST_F(DltStrategy, Qemu_NeverTouchesTheConsole)
-{
-    make(qemu_arm64);
-    api.set_datagram("READY=1");
-    ASSERT_TRUE(strategy->prepare(&api, nullptr));
-
-    EXPECT_TRUE(strategy->start());
-    strategy->stop();
-
-    EXPECT_FALSE(quiet_file_exists());
-}
-
 TEST_F(DltStrategy, UnwritableConsole_IsReportedAtStartAndStop)
 {
     api.set_quiet_file_path(temp_directory + "/missing/quiet");
@@ -248,20 +213,6 @@ TEST_F(DltStrategy, UnwritableConsole_IsReportedAtStartAndStop)
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 AllOf(HasSubstr("DLT_Launcher: Cannot read virtual console file at stop\n"),
                       HasSubstr("DLT_Launcher: Cannot read virtual console file at start\n")));
-}
-
-TEST_F(DltStrategy, NoReadinessWithinThreeSeconds_FailsStartAndLeavesConsoleQuiet)
-{
-    make(vm_adaptive);
-    ASSERT_TRUE(strategy->prepare(&api, nullptr));
-    testing::internal::CaptureStderr();
-
-    EXPECT_FALSE(strategy->start());
-
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                HasSubstr("[LS_DLT]: dlt_daemon is not ready reached time out\n"));
-    EXPECT_EQ(api.receive_attempts(), 61);
-    EXPECT_EQ(quiet_content(), "1 \n");
 }
 
 }  // namespace

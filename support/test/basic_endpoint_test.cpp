@@ -69,29 +69,33 @@ TEST_F(EndpointLifecycle, StartUpRunsCreateInitializeStartAndLogsEachWithThePref
     EXPECT_TRUE(recording.log->texts("error").empty());
 }
 
-TEST_F(EndpointLifecycle, FailedStepIsUndoneWithEveryEarlierStepInReverseOrder)
+// A failed or throwing step of StartUp is undone with every earlier one, in reverse order,
+// even when the undoing steps fail too; ShutDown runs all three whatever they return.
+TEST_F(EndpointLifecycle, FailuresUnwindEveryStepAlreadyTaken)
 {
-    endpoint.script["Create"] = Outcome::fail;
-    EXPECT_FALSE(endpoint.StartUp());
-    EXPECT_EQ(endpoint.calls, (Calls{"Create", "Delete"}));
-
-    endpoint.calls.clear();
-    endpoint.script = {{"Initialize", Outcome::fail}};
-    EXPECT_FALSE(endpoint.StartUp());
-    EXPECT_EQ(endpoint.calls, (Calls{"Create", "Initialize", "Uninitialize", "Delete"}));
-
-    endpoint.calls.clear();
-    endpoint.script = {{"Start", Outcome::fail}};
-    EXPECT_FALSE(endpoint.StartUp());
-    EXPECT_EQ(endpoint.calls, (Calls{"Create", "Initialize", "Start", "Stop", "Uninitialize", "Delete"}));
-}
-
-TEST_F(EndpointLifecycle, FailingUndoHooksDoNotShortenTheUnwinding)
-{
-    endpoint.script = {
-        {"Start", Outcome::throw_other}, {"Stop", Outcome::throw_standard}, {"Uninitialize", Outcome::fail}};
-    EXPECT_FALSE(endpoint.StartUp());
-    EXPECT_EQ(endpoint.calls, (Calls{"Create", "Initialize", "Start", "Stop", "Uninitialize", "Delete"}));
+    const Calls all{"Create", "Initialize", "Start", "Stop", "Uninitialize", "Delete"};
+    struct Case {
+        bool start_up;
+        std::map<std::string, Outcome> script;
+        Calls expected;
+    };
+    const std::vector<Case> cases{
+        {true, {{"Create", Outcome::fail}}, {"Create", "Delete"}},
+        {true, {{"Initialize", Outcome::fail}}, {"Create", "Initialize", "Uninitialize", "Delete"}},
+        {true, {{"Start", Outcome::fail}}, all},
+        {true, {{"Start", Outcome::throw_other}, {"Stop", Outcome::throw_standard}, {"Uninitialize", Outcome::fail}},
+         all},
+        {false, {{"Stop", Outcome::fail}}, {"Stop", "Uninitialize", "Delete"}},
+        {false, {{"Uninitialize", Outcome::throw_standard}}, {"Stop", "Uninitialize", "Delete"}},
+    };
+    for (const Case& c : cases) {
+        endpoint.calls.clear();
+        endpoint.script = c.script;
+        EXPECT_FALSE(c.start_up ? endpoint.StartUp() : endpoint.ShutDown());
+        EXPECT_EQ(endpoint.calls, c.expected);
+    }
+    endpoint.script.clear();
+    EXPECT_TRUE(endpoint.ShutDown());
 }
 
 TEST_F(EndpointLifecycle, ExceptionsBecomeFalseWithTheOperationTextOnly)
@@ -105,21 +109,6 @@ TEST_F(EndpointLifecycle, ExceptionsBecomeFalseWithTheOperationTextOnly)
     endpoint.script = {{"Stop", Outcome::throw_other}};
     EXPECT_FALSE(endpoint.TryStop());
     EXPECT_EQ(recording.log->texts("error"), Calls{"TryStop -> Unknown Exception"});
-}
-
-TEST_F(EndpointLifecycle, ShutDownRunsAllThreeStepsWhateverTheyReturn)
-{
-    endpoint.script = {{"Stop", Outcome::fail}};
-    EXPECT_FALSE(endpoint.ShutDown());
-    EXPECT_EQ(endpoint.calls, (Calls{"Stop", "Uninitialize", "Delete"}));
-
-    endpoint.calls.clear();
-    endpoint.script = {{"Uninitialize", Outcome::throw_standard}};
-    EXPECT_FALSE(endpoint.ShutDown());
-    EXPECT_EQ(endpoint.calls, (Calls{"Stop", "Uninitialize", "Delete"}));
-
-    endpoint.script.clear();
-    EXPECT_TRUE(endpoint.ShutDown());
 }
 
 TEST(EndpointLifecycleMuted, HooksRunTheSameWithoutALog)

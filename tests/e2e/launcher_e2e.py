@@ -226,11 +226,14 @@ class LauncherE2e(unittest.TestCase):
         self.assertIn("Launcher: Received SIGNAL2\n", run.stderr)
         self.assertEqual(run.ready_count(), 1)
 
-    def test_ComBridge_OnHousekeeping_StartsBothVlanDaemons(self):
-        run = Run(self, "vm_housekeeping", "99")
+    def test_ComBridge_OnHousekeeping_BothVlanDaemonsIgnoringSigtermAreKilledThroughASignalStorm(self):
+        run = Run(self, "vm_housekeeping", "99", "--standin", "com_daemon=ignore_term=yes")
         run.wait_ready()
         self.wait_for_records(run, "com_daemon", 2)
         run.signal(signal.SIGTERM)
+        # More stop requests and child signals while the two seconds of waiting run.
+        for number in [signal.SIGTERM, signal.SIGINT, signal.SIGCHLD] * 30:
+            run.signal(number)
         self.assertStopped(run)
         record = run.record("com_daemon")
         first, second = record.pids()
@@ -246,7 +249,33 @@ class LauncherE2e(unittest.TestCase):
                          [hk + "VLAN_CONNECT/connect_manifest.json"])
         self.assertEqual(record.env(first), [PATH_ENTRY, "NOTIFY_SOCKET= ", "APP_INSTANCE_ID=com-daemon-1-container"])
         self.assertEqual(record.env(second), [PATH_ENTRY, "APP_INSTANCE_ID=com-daemon-1-container"])
-        self.assertNotIn("Sending Kill signal", run.stderr)
+        for pid in (first, second):
+            self.assertEqual(record.values("ignored", pid)[0], "15")
+            self.assertEqual(record.values("exit", pid), [], "the daemon ended by itself")
+        self.assertEqual(run.stderr.count("[LS_COM_C]: Time out, but child still running...\n"), 1, run.stderr)
+        self.assertIn("[LS_COM_C]: Sending Kill signal to com_vlan0_daemon...\n", run.stderr)
+        self.assertIn("[LS_COM_C]: Sending Kill signal to com_vlan1_daemon...\n", run.stderr)
+        self.assertTrue(run.stderr.endswith("COM_BRIDGE_LAUNCHER Launcher: Terminating...\n"), run.stderr)
+
+    def test_ComBridge_MissingDaemonBinary_ChildFailsExecAndThePassEnds(self):
+        run = Run(self, "vm_adaptive", "99", "--omit", "/usr/bin/com_daemon")
+        self.assertStopped(run)
+        self.assertEqual(run.ready_count(), 1)
+        # The child's lines and the reaping thread's interleave freely with the main thread's.
+        for line in ("LAUNCHER Process_factory: execve returns FAILURE -1\n", " terminated. Exit code: 127\n",
+                     "Launcher: Received SIGNAL17\n"):
+            self.assertIn(line, run.stderr)
+        # A child that returned from the failed exec would run a second launcher.
+        self.assertEqual(run.stderr.count("Launcher: Running...\n"), 1, run.stderr)
+        expected = ["COM_BRIDGE_LAUNCHER Launcher: Starting Launcher... EXIT_SUCCESS \n",
+                    "COM_BRIDGE_LAUNCHER Launcher: Running...\n",
+                    "COM_BRIDGE_LAUNCHER  Launcher: Shutting down... STOP\n"
+                    "COM_BRIDGE_LAUNCHER Launcher: Terminating...\n"]
+        at = 0
+        for line in expected:
+            found = run.stderr.find(line, at)
+            self.assertGreaterEqual(found, 0, "%r missing or out of order in:\n%s" % (line, run.stderr))
+            at = found + len(line)
 
     def test_Phm_OnJava_WithWatchdogDevice_UsesRealWatchdog(self):
         run = Run(self, "vm_java", "2")
@@ -269,11 +298,17 @@ class LauncherE2e(unittest.TestCase):
         self.assertStopped(run)
         self.assertEqual(run.record("quor_phmd").argv(), ["/usr/bin/quor_phmd", "--autostart", "--dummy_watchdog"])
 
-    def test_Udpnm_OnAdaptive_UsesSys01Configuration(self):
-        run = Run(self, "vm_adaptive", "3")
-        run.wait_ready()
-        run.signal(signal.SIGTERM)
+    def test_Udpnm_OnAdaptive_UsesSys01Configuration_ThroughASignalStormWhileWaiting(self):
+        run = Run(self, "vm_adaptive", "3", "--standin", "quor_udpnmd=ready=700")
+        self.wait_for_records(run, "quor_udpnmd", 1)
+        # Child signals interrupt the readiness wait's sleeps; they must neither cut the
+        # wait short nor hide the READY that follows.
+        for _ in range(100):
+            run.signal(signal.SIGCHLD)
         self.assertStopped(run)
+        self.assertIn("[Daemon_handler]: get child_ready from /var/run/adaptive/ara_UdpNm/udpnm-daemon-1-container\n"
+                      "[Daemon_handler]: get_child_ready =  1\n", run.stderr)
+        self.assertEqual(run.ready_count(), 1)
         record = run.record("quor_udpnmd")
         self.assertEqual(record.argv(), ["/usr/bin/quor_udpnmd", "-c",
                                          "/data/target/etc/adaptive/ara_UdpNm/quor_udpnm_vosk1_sys01.json"])
@@ -314,32 +349,42 @@ class LauncherE2e(unittest.TestCase):
         self.assertEqual(os.listdir(os.path.join(run.records, "standin")), [])
         self.assertEqual(run.ready_count(), 0)
 
-    def test_NeverReadyDaemon_FailsAfterThreeSeconds(self):
-        run = Run(self, "vm_java", "2", "--standin", "quor_phmd=ready=never;first=STATUS=warming up")
-        self.assertStopped(run, 1)
-        elapsed = run.ended - run.started
-        self.assertGreater(elapsed, 3.0)
-        self.assertLess(elapsed, 8.0)
-        self.assertIn("Daemon_handler: Getting message :STATUS=warming up\n", run.stderr)
-        self.assertIn("[LS_PHM]: phm_daemon is not ready\n"
-                      "Launcher: Starting failed. Terminating\n", run.stderr)
-        self.assertIn("PHM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n", run.stderr)
-        # systemd is told READY even then; the launcher's end tells it the rest.
-        self.assertEqual(run.ready_count(), 1)
+    def test_NeverReadyDaemons_PhmAndUdpnmFailAfterThreeSeconds(self):
+        runs = {"[LS_PHM]: phm_daemon is not ready\n":
+                Run(self, "vm_java", "2", "--standin", "quor_phmd=ready=never;first=STATUS=warming up"),
+                "[LS_UPDNM]: udpnm-daemon-1-container is not ready reached time out\n":
+                Run(self, "vm_adaptive", "3", "--standin", "quor_udpnmd=ready=never;first=STATUS=warming up")}
+        # Each end is taken when it happens, not when the other run has been looked at.
+        deadline = time.monotonic() + 20
+        while any(run.process.poll() is None for run in runs.values()) and time.monotonic() < deadline:
+            for run in runs.values():
+                if run.process.poll() is not None:
+                    run.finish()
+            time.sleep(0.01)
+        for text, run in runs.items():
+            self.assertStopped(run, 1)
+            # From the daemon's start to the launcher's end.
+            record = run.record("quor_phmd" if "PHM" in text else "quor_udpnmd")
+            waited = run.ended - int(record.values("start")[0]) / 1e9
+            self.assertGreater(waited, 3.0)
+            self.assertLess(waited, 7.0)
+            self.assertIn("Daemon_handler: Getting message :STATUS=warming up\n", run.stderr)
+            self.assertIn(text + "Launcher: Starting failed. Terminating\n", run.stderr)
+            self.assertIn(" Launcher: Shutting down... EXIT_FAILURE\n", run.stderr)
+            # systemd is told READY even then; the launcher's end tells it the rest.
+            self.assertEqual(run.ready_count(), 1)
 
-    def test_DaemonIgnoringSigterm_IsKilled(self):
-        run = Run(self, "vm_housekeeping", "99", "--standin", "com_daemon=ignore_term=yes")
-        run.wait_ready()
-        self.wait_for_records(run, "com_daemon", 2)
-        run.signal(signal.SIGTERM)
-        self.assertStopped(run)
-        record = run.record("com_daemon")
-        for pid in record.pids():
-            self.assertEqual(record.values("ignored", pid), ["15"])
-            self.assertEqual(record.values("exit", pid), [], "the daemon ended by itself")
-        self.assertIn("[LS_COM_C]: Time out, but child still running...\n", run.stderr)
-        self.assertIn("[LS_COM_C]: Sending Kill signal to com_vlan0_daemon...\n", run.stderr)
-        self.assertIn("[LS_COM_C]: Sending Kill signal to com_vlan1_daemon...\n", run.stderr)
+    def test_ComDaemon_DyingBeforeReady_IsSeenAsTimeoutAfterFifteenSeconds(self):
+        run = Run(self, "vm_java", "0", "--standin", "com_daemon=ready=never;exit_after=200")
+        self.assertStopped(run, 1)
+        waited = run.ended - int(run.record("com_daemon").values("start")[0]) / 1e9
+        self.assertGreater(waited, 15.0)
+        self.assertLess(waited, 30.0)
+        self.assertIn("Launcher: Received SIGNAL17\n", run.stderr)
+        self.assertIn("[Daemon_handler]: timeout reached for child_ready \n"
+                      "[Daemon_handler]: get_child_ready =  0\n"
+                      "[LS_COM_S]: com_daemon is not ready\n"
+                      "Launcher: Starting failed. Terminating\n", run.stderr)
 
     def wait_for_records(self, run, name, count):
         run.wait_for(lambda: len(run.record(name).pids()) >= count, "%d %s started" % (count, name))

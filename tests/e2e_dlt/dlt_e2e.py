@@ -452,6 +452,10 @@ class DltE2e(unittest.TestCase):
         self.assertIn("DLT_LAUNCHER Launcher: start without DLT LOG...\n", run.stderr)
         self.assertIn("DLT launcher : Proxy : NOT connected to DSA Diagnostic Data Distribution\n", run.stderr)
         self.assertNotIn("switch ON DLT logging", run.stderr)
+        # The search's handler runs only once the service has been offered: the
+        # launcher's own monitor offer, seen on the discovery group, must not call it.
+        for text in ("Callback for LAUD_startFindService", "Service stopped", "no proxy"):
+            self.assertNotIn(text, run.stderr)
 
     def test_ServiceGone_LastFlagStaysAndFileIsConsultedAgain(self):
         run, service = self.run_launcher("--file", MARKER + "=", service_arguments=["--value", "0"])

@@ -90,6 +90,10 @@ const char* const kSample = R"({
     "cyclic_offer_delay_ms": 1000, "ttl_s": 3
   },
   "request_timeout_ms": 5000,
+  "limits": {
+    "remote_offers": 1024, "remote_offers_per_peer": 128,
+    "subscribers_per_eventgroup": 32, "find_answers_per_datagram": 16
+  },
   "services": [
     {
       "name": "lumo::services::diagnosticdatadistribution::DiagnosticDataDistribution",
@@ -169,6 +173,11 @@ bool Deployment::from_json(const std::string& text, Deployment& out, std::string
         optional_number(sd, "cyclic_offer_delay_ms", parsed.timing.cyclic_offer_delay_ms);
         optional_number(sd, "ttl_s", parsed.timing.ttl_s, 0xFFFFFE);
         optional_number(root, "request_timeout_ms", parsed.request_timeout_ms);
+        const json& limits = member(root, "limits");
+        optional_number(limits, "remote_offers", parsed.limits.remote_offers);
+        optional_number(limits, "remote_offers_per_peer", parsed.limits.remote_offers_per_peer);
+        optional_number(limits, "subscribers_per_eventgroup", parsed.limits.subscribers_per_eventgroup);
+        optional_number(limits, "find_answers_per_datagram", parsed.limits.find_answers_per_datagram);
         if (parsed.timing.initial_delay_max_ms < parsed.timing.initial_delay_min_ms) {
             throw std::invalid_argument("initial_delay_max_ms is below initial_delay_min_ms");
         }

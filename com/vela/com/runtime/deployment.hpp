@@ -41,6 +41,16 @@ struct Sd_timing {
     std::uint32_t ttl_s = 3;
 };
 
+// What a peer may make this process hold or send. The runtime serves a handful of
+// services; the defaults leave room for a large vehicle network and cap what a
+// hostile or broken peer can cost.
+struct Sd_limits {
+    std::uint32_t remote_offers = 1024;            // service instances of other nodes stored
+    std::uint32_t remote_offers_per_peer = 128;    // of them from one discovery endpoint
+    std::uint32_t subscribers_per_eventgroup = 32;  // per offered instance and eventgroup
+    std::uint32_t find_answers_per_datagram = 16;  // offers sent in answer to one datagram of finds
+};
+
 // Where and how this process talks SOME/IP. Read from JSON; the built-in defaults
 // equal the installed sample file.
 struct Deployment {
@@ -50,6 +60,7 @@ struct Deployment {
     std::string sd_multicast = "224.244.224.245";
     std::uint16_t sd_port = 30490;
     Sd_timing timing;
+    Sd_limits limits;
     std::uint32_t request_timeout_ms = 5000;
     std::vector<Service_deployment> services;
 

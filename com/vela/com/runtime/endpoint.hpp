@@ -24,6 +24,8 @@ struct Endpoint {
     socklen_t to_sockaddr(sockaddr_storage& storage) const;
     std::string address_string() const;
     std::string to_string() const;
+    // Same address family and address; ports may differ.
+    bool same_host(const Endpoint& other) const { return v6 == other.v6 && address == other.address; }
 
     friend bool operator==(const Endpoint& a, const Endpoint& b)
     {

@@ -138,8 +138,14 @@ private:
                                                         {"what", e.what()}});
                 return;
             }
-            auto self = this->shared_from_this();
-            strand->post([self] {
+            // Weak: the strand belongs to this state, and a queued task that held the state
+            // would keep both alive for ever when the runtime stops before the task runs.
+            std::weak_ptr<State> weak = this->shared_from_this();
+            strand->post([weak] {
+                const std::shared_ptr<State> self = weak.lock();
+                if (!self) {
+                    return;
+                }
                 std::function<void()> current;
                 {
                     std::lock_guard<std::mutex> lock(self->mutex);

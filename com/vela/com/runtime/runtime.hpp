@@ -12,8 +12,11 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
+#include "vela/com/runtime/deadline_queue.hpp"
 #include "vela/com/runtime/deployment.hpp"
 #include "vela/com/runtime/endpoint.hpp"
 #include "vela/com/runtime/handle_type.hpp"
@@ -87,47 +90,71 @@ public:
                 const std::vector<std::uint8_t>& payload);
 
 private:
-    struct Socket;
     struct Find;
     struct Remote_offer;
     struct Local_offer;
     struct Subscription_group;
     struct Pending_request;
     struct Outbox;
+    using Instance_key = std::pair<std::uint16_t, std::uint16_t>;                       // service, instance
+    using Group_key = std::tuple<std::uint16_t, std::uint16_t, std::uint16_t>;           // ... and eventgroup
+    using Subscriber_key = std::tuple<std::uint16_t, std::uint16_t, std::uint16_t, Endpoint>;
 
+    // The I/O thread and its timing (runtime.cpp).
     void io_loop();
     void wake();
+    Clock::time_point next_deadline() const;
+    void run_timers(Clock::time_point now, Outbox& out);
+    Clock::duration initial_delay();
+
+    // Sockets and datagram framing (udp_transport.cpp).
     bool open_network(Clock::time_point now);
     void close_network();
     int open_data_socket(std::uint16_t port);
+    bool open_offer_socket(Local_offer& offer, Clock::time_point now);
     void receive(int fd, bool sd, bool multicast, Outbox& out);
-    void handle_data(const std::uint8_t* data, std::size_t size, const Endpoint& from, int fd, Outbox& out);
-    void handle_request(const someip::Message_header& header, const std::uint8_t* payload, std::size_t size,
-                        const Endpoint& from, int fd, Outbox& out);
-    void handle_sd(const someip::Sd_message& message, const Endpoint& from, bool multicast, Outbox& out);
-    void handle_find(const someip::Sd_entry& entry, const Endpoint& from, Outbox& out);
-    void handle_offer(const someip::Sd_entry& entry, const Endpoint& from, Outbox& out);
-    void handle_subscribe(const someip::Sd_entry& entry, const Endpoint& from, Outbox& out);
-    void handle_ack(const someip::Sd_entry& entry, const Endpoint& from, Outbox& out);
-    void peer_rebooted(const Endpoint& peer, Outbox& out);
-    void remove_remote_offer(std::uint16_t service, std::uint16_t instance, const char* why, Outbox& out);
-    void run_timers(Clock::time_point now, Outbox& out);
-    void run_offer_timers(Clock::time_point now);
-    void run_find_timers(Clock::time_point now);
-    void expire(Clock::time_point now, Outbox& out);
-    Clock::time_point next_deadline() const;
-    void report_finds(Outbox& out);
-    void set_group_state(Subscription_group& group, SubscriptionState state, Outbox& out);
-    void send_sd(const Endpoint& to, bool multicast, std::vector<someip::Sd_entry> entries);
     void send_datagram(int fd, const Endpoint& to, const std::vector<std::uint8_t>& bytes);
-    void send_initial_fields(Local_offer& offer, std::uint16_t eventgroup, const Endpoint& subscriber);
+
+    // Discovery messages, remote offers and answers to finds (service_discovery.cpp).
+    // False when the message is not a valid discovery message: the rest of its datagram is dropped.
+    bool handle_sd_message(const someip::Message_header& header, const std::uint8_t* payload, std::size_t size,
+                           const Endpoint& from, bool multicast, Outbox& out);
+    void handle_find(const someip::Sd_entry& entry, std::set<Instance_key>& answers);
+    void answer_finds(const std::set<Instance_key>& answers, const Endpoint& from, bool unicast);
+    void handle_offer(const someip::Sd_entry& entry, const Endpoint& from, Outbox& out);
+    void peer_rebooted(const Endpoint& peer, Outbox& out);
+    void remove_remote_offer(const Instance_key& key, const char* why, Outbox& out);
+    void run_offer_timers(Clock::time_point now);
+    void send_sd(const Endpoint& to, bool multicast, std::vector<someip::Sd_entry> entries);
+    someip::Sd_entry offer_entry(const Local_offer& offer, std::uint32_t ttl) const;
+    void report_limit(const char* limit, const Endpoint& peer, std::uint32_t value);
+
+    // Searches and their handlers (service_search.cpp).
+    void run_find_timers(Clock::time_point now);
+    void report_finds(std::uint16_t service);
+    std::vector<HandleType> matching_offers(const Find& find) const;
+
+    // Requests and responses (method_calls.cpp).
+    void handle_data(const someip::Message_header& header, const std::uint8_t* payload, std::size_t size,
+                     const Endpoint& from, int fd, Outbox& out);
+    void handle_response(const someip::Message_header& header, const std::uint8_t* payload, std::size_t size,
+                         const Endpoint& from, Outbox& out);
+    void handle_request(const someip::Message_header& header, const std::uint8_t* payload, std::size_t size,
+                        const Endpoint& from, int fd);
     void reply(int fd, const Endpoint& to, someip::Message_header header, someip::Return_code code,
                const std::vector<std::uint8_t>& payload);
-    bool open_offer_socket(Local_offer& offer, Clock::time_point now);
-    someip::Sd_entry offer_entry(const Local_offer& offer, std::uint32_t ttl) const;
+    void fail_pending(std::uint16_t session, const char* why, Outbox& out);
+
+    // Subscriptions on both sides and notifications (event_distribution.cpp).
+    void handle_subscribe(const someip::Sd_entry& entry, const Endpoint& from);
+    void handle_ack(const someip::Sd_entry& entry, const Endpoint& from);
+    void handle_notification(const someip::Message_header& header, const std::uint8_t* payload, std::size_t size,
+                             const Endpoint& from, Outbox& out);
+    void set_group_state(Subscription_group& group, SubscriptionState state);
+    void send_initial_fields(Local_offer& offer, std::uint16_t eventgroup, const Endpoint& subscriber);
+    void expire_subscriber(const Subscriber_key& key);
+    void drop_subscribers_of(const Endpoint& host);
     someip::Sd_entry subscribe_entry(const Subscription_group& group, std::uint32_t ttl) const;
-    Clock::duration initial_delay();
-    std::vector<HandleType> matching_offers(const Find& find) const;
 
     Deployment deployment_;
     Deployment builtin_;
@@ -154,15 +181,20 @@ private:
     std::map<std::string, Sd_session_counter> unicast_sessions_;
     Sd_reboot_detector reboot_detector_;
 
+    // Few and made by the application: scanned where needed.
     std::map<std::uint64_t, std::shared_ptr<Find>> finds_;
-    std::map<std::pair<std::uint16_t, std::uint16_t>, Remote_offer> remote_offers_;
-    std::map<std::pair<std::uint16_t, std::uint16_t>, std::shared_ptr<Local_offer>> local_offers_;
-    std::map<std::tuple<std::uint16_t, std::uint16_t, std::uint16_t>, std::shared_ptr<Subscription_group>> groups_;
-    std::map<std::uint64_t, std::tuple<std::uint16_t, std::uint16_t, std::uint16_t>> subscription_ids_;
+    std::map<Instance_key, std::shared_ptr<Local_offer>> local_offers_;
+    std::map<Group_key, std::shared_ptr<Subscription_group>> groups_;
+    std::map<std::uint64_t, Group_key> subscription_ids_;
+    // Filled by peers: bounded, indexed, and timed by deadline queues.
+    std::map<Instance_key, Remote_offer> remote_offers_;
+    std::map<std::string, std::set<Instance_key>> offers_by_peer_;  // discovery endpoint -> its offers
+    Deadline_queue<Instance_key> offer_expiry_;
+    Deadline_queue<Subscriber_key> subscriber_expiry_;
     std::map<std::uint16_t, std::shared_ptr<Pending_request>> pending_;
+    Deadline_queue<std::uint16_t> request_deadlines_;
     // Last value of each field, kept while the offer is down too, for new subscribers.
-    std::map<std::pair<std::uint16_t, std::uint16_t>,
-             std::map<std::uint16_t, std::pair<Event_deployment, std::vector<std::uint8_t>>>>
+    std::map<Instance_key, std::map<std::uint16_t, std::pair<Event_deployment, std::vector<std::uint8_t>>>>
         field_values_;
 };
 

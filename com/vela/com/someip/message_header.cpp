@@ -40,7 +40,22 @@ bool Message_header::decode(const std::uint8_t* data, std::size_t size, Message_
     out.interface_version = reader.read_u8();
     out.message_type = static_cast<Message_type>(reader.read_u8());
     out.return_code = static_cast<Return_code>(reader.read_u8());
-    return out.length >= 8 && out.length == size - 8;
+    return out.length >= 8 && out.length <= size - 8;
+}
+
+bool Datagram_reader::next(Message_header& header, const std::uint8_t*& payload, std::size_t& payload_size)
+{
+    if (malformed_ || offset_ == size_) {
+        return false;
+    }
+    if (!Message_header::decode(data_ + offset_, size_ - offset_, header)) {
+        malformed_ = true;
+        return false;
+    }
+    payload = data_ + offset_ + kHeaderSize;
+    payload_size = header.message_size() - kHeaderSize;
+    offset_ += header.message_size();
+    return true;
 }
 
 const char* to_string(Return_code code)

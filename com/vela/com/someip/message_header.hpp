@@ -48,8 +48,30 @@ struct Message_header {
 
     // Writes header and payload into one datagram.
     std::vector<std::uint8_t> encode(const std::vector<std::uint8_t>& payload) const;
-    // Reads the header of `size` bytes; false if too short or the length disagrees with the datagram.
+    // Bytes the whole message takes: the first 8 header bytes plus `length`.
+    std::size_t message_size() const { return 8 + static_cast<std::size_t>(length); }
+    // Reads the header at the start of `size` bytes; false if they are too short or
+    // the message's length runs past them. Bytes after the message are left alone:
+    // a datagram may carry several messages.
     static bool decode(const std::uint8_t* data, std::size_t size, Message_header& out);
+};
+
+// Walks the messages a datagram carries, each framed by its own length field. A
+// malformed message ends the walk; the messages before it stay valid.
+class Datagram_reader {
+public:
+    Datagram_reader(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
+    // The next message; false at the end of the datagram or at a malformed message.
+    bool next(Message_header& header, const std::uint8_t*& payload, std::size_t& payload_size);
+    bool malformed() const { return malformed_; }
+    // Where the walk stopped: the malformed message's offset, or the datagram's size.
+    std::size_t offset() const { return offset_; }
+
+private:
+    const std::uint8_t* data_;
+    std::size_t size_;
+    std::size_t offset_ = 0;
+    bool malformed_ = false;
 };
 
 const char* to_string(Return_code code);
