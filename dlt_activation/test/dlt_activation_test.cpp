@@ -148,6 +148,7 @@ TEST_F(DltActivation, SwitchesLoggingOnOnlyWhenDueAndNoServiceCanAnswer)
     std::ofstream(marker) << "any content";
     for (const Case& c : {Case{"no search", true, false, false, false, DLT, 50, 0, true},
                           Case{"search without result", true, true, false, false, DLT, 50, 0, true},
+                          Case{"proxy left without search", true, false, true, false, DLT, 50, 0, true},
                           Case{"not yet due", true, false, false, false, DLT, 49, 50, false},
                           Case{"service found", true, true, true, false, DLT, 50, 0, false},
                           Case{"already on", true, false, false, true, DLT, 50, 0, false},
