@@ -150,7 +150,7 @@ TEST(MonitorThreads, ReportsFromBothSidesMeetRestartsOfTheProvider)
     const auto service = std::make_shared<DTCServiceImpl>(monitor);
     set_dtc_service(service);
     testing::internal::CaptureStderr();
-    const auto repeat = [&stop](std::function<void()> step) {
+    const auto repeat = [&stop](const std::function<void()>& step) {
         return std::thread([&stop, step] {
             while (!stop.load(std::memory_order_relaxed)) {
                 step();
