@@ -5,55 +5,49 @@
 
 #include "common/launcher_types.hpp"
 #include "launcher/launcher_kinds.hpp"
+#include "launcher/partition_detection.hpp"
 
 namespace {
 
-const std::string usage_text =
-    "Usage: Strata Launcher [daemon]\n"
-    "0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\n";
-
-// One row per class of argument: the kinds, the low byte, out of range, unreadable, none, too many.
-TEST(ArgumentCheck, AcceptsTheKindsByTheirLowByteAndRejectsEverythingElseWithUsage)
+// One row per class of argument: each kind, next to a kind, unreadable, none, too many.
+TEST(ArgumentCheck, AcceptsTheKindsAndRejectsEverythingElseWithUsage)
 {
-    struct Case {
-        std::vector<std::string> arguments;
-        bool valid;
-        std::uint8_t type;
+    const std::vector<std::pair<std::vector<std::string>, int>> cases{
+        {{"0"}, COM}, {{"1"}, DLT},  {{"2"}, PHM},  {{"3"}, UDPNM}, {{"99"}, COM_BRIDGE}, {{"4"}, -1},
+        {{"98"}, -1}, {{"100"}, -1}, {{"abc"}, -1}, {{""}, -1},     {{}, -1},             {{"0", "1"}, -1},
     };
-    const std::vector<Case> cases{
-        {{"0"}, true, COM},          {{"1"}, true, DLT},       {{"2x"}, true, PHM},          {{" 3"}, true, UDPNM},
-        {{"99"}, true, COM_BRIDGE},  {{"355"}, true, COM_BRIDGE}, {{"4"}, false, 4},          {{"98"}, false, 98},
-        {{"100"}, false, 100},       {{"-1"}, false, 255},    {{"abc"}, false, launcher_type_unset},
-        {{""}, false, launcher_type_unset}, {{"2147483648"}, false, launcher_type_unset},
-        {{}, false, launcher_type_unset},   {{"0", "1"}, false, launcher_type_unset},
-    };
-    for (const Case& c : cases) {
+    for (const auto& [words, kind] : cases) {
         std::vector<std::string> arguments{"strata-launcher"};
-        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        arguments.insert(arguments.end(), words.begin(), words.end());
         std::vector<char*> argv;
         for (auto& argument : arguments) {
             argv.push_back(argument.data());
         }
-        argv.push_back(nullptr);
         std::uint8_t type = launcher_type_unset;
         testing::internal::CaptureStderr();
-        const bool valid = check_argument(static_cast<int>(arguments.size()), argv.data(), type);
-        const std::string where = c.arguments.empty() ? "(none)" : "'" + c.arguments.front() + "'";
-        EXPECT_EQ(valid, c.valid) << where;
-        EXPECT_EQ(type, c.type) << where;
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.valid ? "" : usage_text) << where;
+        const bool valid = check_argument(static_cast<int>(argv.size()), argv.data(), type);
+        const std::string where = arguments.back();
+        EXPECT_EQ(valid, kind >= 0) << where;
+        EXPECT_TRUE(kind < 0 || type == kind) << where;
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  kind >= 0 ? "" : "Usage: Strata Launcher [daemon]\n0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\n")
+            << where;
     }
 }
 
-TEST(InitLogging, SetsTheKindsPrefixOrEmptiesItAndFails)
+TEST(DetectPartition, OnlyExactHostNamesSelectAPartition)
 {
-    std::string app_name = "INVALID_PROCESS";
-    EXPECT_TRUE(init_logging(UDPNM, app_name));
-    EXPECT_EQ(app_name, "UDPMN_LAUNCHER ");
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(init_logging(100, app_name));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "No valid process type to initialize dlt. \n");
-    EXPECT_EQ(app_name, "");
+    const std::vector<std::pair<std::string, std::uint8_t>> cases{
+        {"vm_adaptive", vm_adaptive}, {"vm_java", vm_java},           {"vm_housekeeping", vm_housekeeping},
+        {"qemu-arm64", qemu_arm64},   {"VM_JAVA", partition_unknown},
+    };
+    for (const auto& [hostname, expected] : cases) {
+        std::uint8_t partition = 77;
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(detect_partition(hostname, partition), expected != partition_unknown) << hostname;
+        (void)testing::internal::GetCapturedStderr();
+        EXPECT_EQ(partition, expected) << hostname;
+    }
 }
 
 }  // namespace
