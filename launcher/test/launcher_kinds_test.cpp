@@ -5,7 +5,6 @@
 
 #include "common/launcher_types.hpp"
 #include "launcher/launcher_kinds.hpp"
-#include "launcher/partition_detection.hpp"
 
 namespace {
 
@@ -32,21 +31,6 @@ TEST(ArgumentCheck, AcceptsTheKindsAndRejectsEverythingElseWithUsage)
         EXPECT_EQ(testing::internal::GetCapturedStderr(),
                   kind >= 0 ? "" : "Usage: Strata Launcher [daemon]\n0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\n")
             << where;
-    }
-}
-
-TEST(DetectPartition, OnlyExactHostNamesSelectAPartition)
-{
-    const std::vector<std::pair<std::string, std::uint8_t>> cases{
-        {"vm_adaptive", vm_adaptive}, {"vm_java", vm_java},           {"vm_housekeeping", vm_housekeeping},
-        {"qemu-arm64", qemu_arm64},   {"VM_JAVA", partition_unknown},
-    };
-    for (const auto& [hostname, expected] : cases) {
-        std::uint8_t partition = 77;
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(detect_partition(hostname, partition), expected != partition_unknown) << hostname;
-        (void)testing::internal::GetCapturedStderr();
-        EXPECT_EQ(partition, expected) << hostname;
     }
 }
 

@@ -121,6 +121,11 @@ public:
         ON_CALL(api, sd_notify(_, _)).WillByDefault([this](int, const char*) { return ++ready_reports, 0; });
     }
     void TearDown() override { setup = nullptr; }
+    void answer(const char* hostname, int signal, int sigaction_result)
+    {
+        ON_CALL(api, get_hostname()).WillByDefault(Return(hostname));
+        ON_CALL(api, sigaction(signal, _, _)).WillByDefault(Return(sigaction_result));
+    }
 
     int run(std::string kind)
     {
@@ -142,6 +147,7 @@ public:
 
 TEST_F(LauncherLifecycle, ChildDeathEndsComLauncherWithStatusZero)
 {
+    answer("vm_adaptive", SIGTERM, 1);  // only -1 is a failure for SIGTERM
     collaborators.on_poll = [](int poll) { signal_handler(poll == 2 ? SIGCHLD : SIGUSR1); };
     EXPECT_EQ(run("0"), 0);
     EXPECT_EQ(ready_reports, 1);
@@ -170,7 +176,6 @@ TEST_F(LauncherLifecycle, FailuresEndTheRunWithStatusOneAndTheirLines)
         const char* expected;
         int ready_reports, created, stopped;
     };
-    const auto failing_sigaction = [](LauncherLifecycle& t) { ON_CALL(t.api, sigaction(SIGINT, _, _)).WillByDefault(Return(-1)); };
     const std::vector<Case> cases{
         {"abc", [](LauncherLifecycle&) {},
          "No valid process type to initialize dlt. \n Launcher: Shutting down... TERMINATION\nLauncher: Terminating...\n", 0, 0, 0},
@@ -179,15 +184,18 @@ TEST_F(LauncherLifecycle, FailuresEndTheRunWithStatusOneAndTheirLines)
          "COM_LAUNCHER Launcher: Configuration failed. Terminating\n", 0, 0, 0},
         {"3", [](LauncherLifecycle& t) { ON_CALL(t.api, get_hostname()).WillByDefault(Return("")); },
          "Cannot detect hostname of the partition.\nUDPMN_LAUNCHER Launcher: Configuration failed. Terminating\n", 0, 0, 0},
-        {"2", failing_sigaction,
+        // Registration fails with -1 for SIGTERM, anything but 0 for SIGINT and SIGCHLD.
+        {"2", [](LauncherLifecycle& t) { t.answer("vm_java", SIGTERM, -1); },
          "Cannot register to system signals. Terminating Launcher.\nLauncher: Initialization failed. Terminating"
          "PHM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
          "PHM_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\nPHM_LAUNCHER Launcher: Terminating...\n", 0, 0, 0},
         // The DLT launcher without logging registers for signals on its own.
-        {"1", failing_sigaction,
+        {"3", [](LauncherLifecycle& t) { t.answer("qemu-arm64", SIGINT, 1); },
+         "Initialization failed. TerminatingUDPMN_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n", 0, 0, 0},
+        {"1", [](LauncherLifecycle& t) { t.answer("vm_adaptive", SIGCHLD, -1); },
          "DLT_LAUNCHER  Register to signal callback failed ...\nDLT_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\nDTL launcher : Shutdown DTC\n"
          "DTL launcher : Stop COM \nDLT_LAUNCHER Launcher: Terminating...\n", 1, 0, 0},
-        {"99", [](LauncherLifecycle& t) { t.collaborators.no_strategy = true; },
+        {"99", [](LauncherLifecycle& t) { t.collaborators.no_strategy = true; t.answer("vm_housekeeping", 0, 0); },
          "Launcher: Preparation failed. Terminating\nCOM_BRIDGE_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
          "COM_BRIDGE_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\n", 0, 0, 0},
         {"2", [](LauncherLifecycle& t) { t.collaborators.prepare_result = false; },
