@@ -21,29 +21,26 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// A process of this test whose standard output and error the test reads through a pipe;
-// killed and reaped (by its own pid only) when the object goes.
+// A process of this test, started through env(1) with nothing but the given variables,
+// whose standard output and error the test reads through a pipe; killed and reaped (by its
+// own pid only) when the object goes.
 class Spawned {
 public:
-    explicit Spawned(std::vector<std::string> arguments, std::vector<std::string> environment = {})
+    Spawned(std::vector<std::string> arguments, const std::vector<std::string>& environment = {})
     {
-        std::vector<char*> argv;
-        std::vector<char*> envp;
+        arguments.insert(arguments.begin(), environment.begin(), environment.end());
+        std::vector<char*> argv{const_cast<char*>("/usr/bin/env"), const_cast<char*>("-i")};
         for (std::string& argument : arguments) {
             argv.push_back(argument.data());
         }
-        for (std::string& variable : environment) {
-            envp.push_back(variable.data());
-        }
         argv.push_back(nullptr);
-        envp.push_back(nullptr);
         int ends[2];
         EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
         pid = ::fork();
         if (pid == 0) {
             ::dup2(ends[1], STDOUT_FILENO);
             ::dup2(ends[1], STDERR_FILENO);
-            ::execve(argv[0], argv.data(), envp.data());
+            ::execv(argv[0], argv.data());
             ::_exit(127);
         }
         ::close(ends[1]);
@@ -78,13 +75,6 @@ public:
         }
         return true;
     }
-    int status()
-    {
-        int status = -1;
-        (void)::waitpid(pid, &status, 0);
-        return status;
-    }
-
     std::string output;
 
 private:
@@ -126,7 +116,6 @@ TEST(DltBackend, ErrorsReachThePrivateDaemonAndDebugOnlyAfterARemoteRaise)
 #else
         EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(1000)) << pipes;
 #endif
-        EXPECT_EQ(probe.status(), 0);
         EXPECT_EQ(probe.output, "") << pipes;
     }
     const std::string tools[] = {"/usr/bin/dlt-daemon", "/usr/bin/dlt-receive", "/usr/bin/dlt-control", "/usr/bin/stdbuf"};
