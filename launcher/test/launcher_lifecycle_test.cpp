@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -125,13 +126,17 @@ public:
         ON_CALL(api, sigaction(signal, _, _)).WillByDefault(Return(sigaction_result));
     }
 
-    int run(std::string kind)
+    // The words of the argument list after the program name, separated by spaces.
+    int run(std::string words)
     {
         std::string program = "strata-launcher";
-        char* argv[] = {program.data(), kind.data(), nullptr};
+        std::vector<char*> argv{program.data()};
+        for (char* word = std::strtok(words.data(), " "); word != nullptr; word = std::strtok(nullptr, " ")) {
+            argv.push_back(word);
+        }
         Launcher_lifecycle lifecycle(api, observer, {&make_strategy, &make_dtc_service, &poll_dlt_flag});
         testing::internal::CaptureStderr();
-        const int status = lifecycle.run(2, argv);
+        const int status = lifecycle.run(static_cast<int>(argv.size()), argv.data());
         output = testing::internal::GetCapturedStderr();
         return status;
     }
@@ -170,9 +175,17 @@ TEST_F(LauncherLifecycle, FailuresEndTheRunWithStatusOneAndTheirLines)
         const char* expected;
         int ready_reports, created, stopped;
     };
+    const auto as_is = [](LauncherLifecycle&) {};
+    const char* const usage = "Usage: Strata Launcher [daemon]\n0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\nNo valid";
+    // An argument that is no kind: unreadable, next to a kind, missing, or one too many.
     const std::vector<Case> cases{
-        {"abc", [](LauncherLifecycle&) {},
+        {"abc", as_is,
          "No valid process type to initialize dlt. \n Launcher: Shutting down... TERMINATION\nLauncher: Terminating...\n", 0, 0, 0},
+        {"4", as_is, usage, 0, 0, 0},
+        {"98", as_is, usage, 0, 0, 0},
+        {"100", as_is, usage, 0, 0, 0},
+        {"", as_is, usage, 0, 0, 0},
+        {"0 1", as_is, usage, 0, 0, 0},
         {"0", [](LauncherLifecycle& t) { ON_CALL(t.api, get_hostname()).WillByDefault(Return("vm_java.local")); },
          "Launcher configuration: Unknown partition. hostname = vm_java.local\n"
          "COM_LAUNCHER Launcher: Configuration failed. Terminating\n", 0, 0, 0},
