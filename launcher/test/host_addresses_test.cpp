@@ -14,6 +14,8 @@ TEST(HostAddresses, AreReadFromTheKernelOrTheReadFails)
 {
     std::vector<Interface_address> addresses;
     EXPECT_TRUE(Interface_address_source().read_ipv6_addresses(addresses));
+    // Other tests of this program leave the log library's threads behind.
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             const rlimit no_descriptors{};

@@ -36,7 +36,12 @@ public:
     std::shared_ptr<FindServiceHandle> getFindServiceHandle() override { return nullptr; }
     void findServiceCallback() override {}
     // The flag may already be known when the search starts.
-    void startFindService() override { switch_dlt_logging(logging_at_start); }
+    void startFindService() override
+    {
+        if (logging_at_start) {
+            switch_dlt_logging(true);
+        }
+    }
     void StopConnectAsynchronously() override { ++searches_stopped; }
     void findServiceStart(const Handles&) override {}
     bool logging_at_start{false};
