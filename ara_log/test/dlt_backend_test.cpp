@@ -118,7 +118,8 @@ TEST(DltBackend, ErrorsReachThePrivateDaemonAndDebugOnlyAfterARemoteRaise)
 #endif
         EXPECT_EQ(probe.output, "") << pipes;
     }
-    const std::string tools[] = {"/usr/bin/dlt-daemon", "/usr/bin/dlt-receive", "/usr/bin/dlt-control", "/usr/bin/stdbuf"};
+    const std::string tools[] = {"/usr/bin/dlt-daemon", "/usr/bin/dlt-receive", "/usr/bin/dlt-control",
+                                 "/usr/bin/stdbuf"};
     for (const std::string& tool : tools) {
         if (::access(tool.c_str(), X_OK) != 0) {
             GTEST_SKIP() << tool << " is not installed";

@@ -21,8 +21,9 @@ TEST(RealSignals, InstalledHandlerTurnsSignalsIntoFlags)
     System_call_api api;
     ASSERT_TRUE(EM_handler(&api).register_signal_handler(signal_handler));
     testing::internal::CaptureStderr();
-    for (const auto& [signal, termination, child_stop] : {std::tuple{SIGCHLD, false, true}, std::tuple{SIGTERM, true, false},
-                                                          std::tuple{SIGCHLD, false, true}, std::tuple{SIGINT, true, false}}) {
+    for (const auto& [signal, termination, child_stop] :
+         {std::tuple{SIGCHLD, false, true}, std::tuple{SIGTERM, true, false}, std::tuple{SIGCHLD, false, true},
+          std::tuple{SIGINT, true, false}}) {
         stop_flag.store(false);
         termination_flag.store(false);
         errno = EAGAIN;
@@ -32,8 +33,9 @@ TEST(RealSignals, InstalledHandlerTurnsSignalsIntoFlags)
                   std::tuple(true, termination, child_stop))
             << signal;
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Launcher: Received SIGNAL17\nLauncher: Received SIGNAL15\n"
-                                                      "Launcher: Received SIGNAL17\nLauncher: Received SIGNAL2\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Launcher: Received SIGNAL17\nLauncher: Received SIGNAL15\n"
+              "Launcher: Received SIGNAL17\nLauncher: Received SIGNAL2\n");
     for (const int signal : {SIGTERM, SIGINT, SIGCHLD}) {
         (void)std::signal(signal, SIG_DFL);
     }

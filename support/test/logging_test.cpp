@@ -42,9 +42,9 @@ TEST(Logging, EveryLevelAndValueReachesTheInstalledBackendUntilItIsReplaced)
         EXPECT_TRUE(log_error().is_muted());
         log_flush_all();
     }
-    EXPECT_EQ(seen(*recording.log),
-              (Texts{"verbose=true200 flushed 1", "debug=655357 flushed 1", "info=1099511627776-8 flushed 1",
-                     "warn=-16-32-64 flushed 1", "error=0.50.25 flushed 1", "fatal=cssize: 1, data: {[0A]} flushed 1"}));
+    EXPECT_EQ(seen(*recording.log), (Texts{"verbose=true200 flushed 1", "debug=655357 flushed 1",
+                                           "info=1099511627776-8 flushed 1", "warn=-16-32-64 flushed 1",
+                                           "error=0.50.25 flushed 1", "fatal=cssize: 1, data: {[0A]} flushed 1"}));
     EXPECT_EQ(recording.backend->flush_all_calls, 1);
 }
 

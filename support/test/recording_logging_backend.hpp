@@ -104,7 +104,10 @@ public:
     int flush_all_calls{0};
 
 private:
-    LoggingStream make(const char* level) { return LoggingStream(std::make_shared<RecordingLoggingAdapter>(log_, level)); }
+    LoggingStream make(const char* level)
+    {
+        return LoggingStream(std::make_shared<RecordingLoggingAdapter>(log_, level));
+    }
     std::shared_ptr<RecordingLog> log_;
 };
 

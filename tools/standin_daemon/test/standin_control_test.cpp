@@ -8,7 +8,8 @@ TEST(StandinControl, ReadsEveryKeyAndRejectsMistakesWithTheirLine)
 {
     Standin_control control;
     std::string error;
-    ASSERT_TRUE(control.parse("# rehearsal\n ready = 250 \n\nfirst=STATUS=a\\nX=1\nignore_term=yes\nexit_code=255", error));
+    ASSERT_TRUE(
+        control.parse("# rehearsal\n ready = 250 \n\nfirst=STATUS=a\\nX=1\nignore_term=yes\nexit_code=255", error));
     EXPECT_EQ(control.ready_after_ms, 250);
     EXPECT_EQ(control.first_datagram, "STATUS=a\nX=1");
     EXPECT_EQ(control.ready_datagram, "READY=1");
