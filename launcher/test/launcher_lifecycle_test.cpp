@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -11,89 +12,14 @@
 #include "launcher/launcher_flags.hpp"
 #include "launcher/launcher_lifecycle.hpp"
 #include "launcher/signal_handler.hpp"
-#include "launcher/test/fake_strategy.hpp"
 #include "tests/mocks/mock_system_call_api.hpp"
 
 namespace {
 
 using testing::_;
 using testing::HasSubstr;
-using testing::NiceMock;
 using testing::Not;
 using testing::Return;
-using testing::StrEq;
-
-class Fake_observer final : public IDLTActivationFlagObserver {
-public:
-    void setProxy(const std::shared_ptr<Proxy>&) override {}
-    std::shared_ptr<Proxy> getProxy() override { return nullptr; }
-    void setFindServiceHandle(const std::shared_ptr<FindServiceHandle>&) override {}
-    std::shared_ptr<FindServiceHandle> getFindServiceHandle() override { return nullptr; }
-    void findServiceCallback() override {}
-    void startFindService() override { ++searches_started; }
-    void StopConnectAsynchronously() override { ++searches_stopped; }
-    void findServiceStart(const Handles&) override {}
-
-    int searches_started{0};
-    int searches_stopped{0};
-};
-
-class Fake_dtc_service final : public DTCService {
-public:
-    bool Startup() override { return startup_result; }
-    bool Shutdown() override { return true; }
-    bool SetDTCState(std::uint8_t, bool) override { return true; }
-    bool GetDTCState(std::uint8_t& state) override
-    {
-        state = 0;
-        return true;
-    }
-    bool startup_result{true};
-};
-
-// The collaborators are plain function pointers, as in production; they read these.
-struct Collaborator_setup {
-    Strategy_record record;
-    bool no_strategy{false};
-    bool prepare_result{true};
-    bool start_result{true};
-    std::function<void()> on_start;
-    std::shared_ptr<DTCService> dtc_service;
-    std::string dtc_name;
-    int dtc_created{0};
-    // Called on every DLT flag poll with the poll's number (from 1) and the kind.
-    std::function<void(int, std::uint8_t)> on_poll;
-    int polls{0};
-    std::vector<std::uint32_t> poll_counters;
-};
-Collaborator_setup* setup = nullptr;
-
-Launcher_strategy_interface* make_strategy(const Launcher_configuration&)
-{
-    if (setup->no_strategy) {
-        return nullptr;
-    }
-    auto* strategy = new Fake_strategy(setup->record, setup->prepare_result, setup->start_result);
-    strategy->on_start = setup->on_start;
-    return strategy;
-}
-
-std::shared_ptr<DTCService> make_dtc_service(const std::string& name, std::function<void()>)
-{
-    ++setup->dtc_created;
-    setup->dtc_name = name;
-    return setup->dtc_service;
-}
-
-void poll_dlt_flag(std::uint8_t kind, std::uint32_t& counter, IDLTActivationFlagObserver&)
-{
-    setup->poll_counters.push_back(counter);
-    ++counter;
-    ++setup->polls;
-    if (setup->on_poll) {
-        setup->on_poll(setup->polls, kind);
-    }
-}
 
 // Stands in for the activation flag sources of the DLT launcher.
 void switch_dlt_logging(bool on)
@@ -102,6 +28,93 @@ void switch_dlt_logging(bool on)
     flag_updated.store(true);
 }
 
+class Fake_observer final : public IDLTActivationFlagObserver {
+public:
+    void setProxy(const std::shared_ptr<Proxy>&) override {}
+    std::shared_ptr<Proxy> getProxy() override { return nullptr; }
+    void setFindServiceHandle(const std::shared_ptr<FindServiceHandle>&) override {}
+    std::shared_ptr<FindServiceHandle> getFindServiceHandle() override { return nullptr; }
+    void findServiceCallback() override {}
+    // The flag may already be known when the search starts.
+    void startFindService() override
+    {
+        if (logging_at_start) {
+            switch_dlt_logging(true);
+        }
+    }
+    void StopConnectAsynchronously() override { ++searches_stopped; }
+    void findServiceStart(const Handles&) override {}
+    bool logging_at_start{false};
+    int searches_stopped{0};
+};
+
+class Fake_dtc_service final : public DTCService {
+public:
+    bool Startup() override { return startup_result; }
+    bool Shutdown() override { return true; }
+    bool SetDTCState(std::uint8_t, bool) override { return true; }
+    bool GetDTCState(std::uint8_t&) override { return true; }
+    bool startup_result{true};
+};
+
+// The collaborators are plain function pointers, as in production; they read this.
+struct Collaborator_setup {
+    bool no_strategy{false};
+    bool prepare_result{true};
+    bool start_result{true};
+    bool children_die_on_start{false};
+    int created{0}, started{0}, stopped{0}, deleted{0}, ready{0}, polls{0};
+    std::shared_ptr<DTCService> dtc_service = std::make_shared<Fake_dtc_service>();
+    std::string dtc_name;
+    std::function<void(int)> on_poll;  // with the poll's number, from 1
+    std::vector<int> counts() const { return {created, started, stopped, deleted, ready}; }
+};
+Collaborator_setup* setup = nullptr;
+
+class Fake_strategy final : public Launcher_strategy_interface {
+public:
+    Fake_strategy() { ++setup->created; }
+    ~Fake_strategy() override { ++setup->deleted; }
+    bool prepare(System_call_api_interface*, Launcher_interface*) override { return setup->prepare_result; }
+    bool start() override
+    {
+        ++setup->started;
+        if (setup->children_die_on_start) {
+            signal_handler(SIGCHLD);
+        }
+        return setup->start_result;
+    }
+    void stop() override { ++setup->stopped; }
+    Daemon_handler_interface* get_daemon_handler() override { return nullptr; }
+};
+
+Launcher_strategy_interface* make_strategy(const Launcher_configuration&)
+{
+    return setup->no_strategy ? nullptr : new Fake_strategy;
+}
+
+std::shared_ptr<DTCService> make_dtc_service(const std::string& name, std::function<void()>)
+{
+    setup->dtc_name = name;
+    return setup->dtc_service;
+}
+
+void poll_dlt_flag(std::uint8_t kind, std::uint32_t& counter, IDLTActivationFlagObserver&)
+{
+    // The first poll of a run phase reads the marker file at once.
+    EXPECT_EQ(counter, 50U) << kind;
+    setup->on_poll(++setup->polls);
+}
+
+std::size_t count(const std::string& text, const std::string& part)
+{
+    std::size_t found = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1), ++found) {
+    }
+    return found;
+}
+
+// The flags are left as the previous run left them: a run starts from its own.
 class LauncherLifecycle : public testing::Test {
 public:
     void SetUp() override
@@ -109,64 +122,41 @@ public:
         setup = &collaborators;
         ON_CALL(api, get_hostname()).WillByDefault(Return("vm_adaptive"));
         ON_CALL(api, sigaction(_, _, _)).WillByDefault(Return(0));
-        ON_CALL(api, sd_notify(_, _)).WillByDefault([this](int, const char*) {
-            ++ready_reports;
-            return 0;
-        });
+        ON_CALL(api, sd_notify(_, _)).WillByDefault([](int, const char*) { return ++setup->ready, 0; });
     }
-    void TearDown() override
+    void TearDown() override { setup = nullptr; }
+    void sigaction_returns(int signal, int result)
     {
-        setup = nullptr;
-        stop_flag.store(false);
-        termination_flag.store(false);
-        child_stop_flag.store(false);
+        ON_CALL(api, sigaction(signal, _, _)).WillByDefault(Return(result));
     }
 
-    int run(std::vector<std::string> arguments)
+    // The words of the argument list after the program name, separated by spaces.
+    int run(std::string words)
     {
-        std::vector<char*> argv;
-        for (auto& argument : arguments) {
-            argv.push_back(argument.data());
+        std::string program = "strata-launcher";
+        std::vector<char*> argv{program.data()};
+        for (char* word = std::strtok(words.data(), " "); word != nullptr; word = std::strtok(nullptr, " ")) {
+            argv.push_back(word);
         }
-        argv.push_back(nullptr);
         Launcher_lifecycle lifecycle(api, observer, {&make_strategy, &make_dtc_service, &poll_dlt_flag});
         testing::internal::CaptureStderr();
-        const int status = lifecycle.run(static_cast<int>(arguments.size()), argv.data());
+        const int status = lifecycle.run(static_cast<int>(argv.size()), argv.data());
         output = testing::internal::GetCapturedStderr();
         return status;
     }
 
-    static std::size_t count(const std::string& text, const std::string& part)
-    {
-        std::size_t found = 0;
-        for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
-            ++found;
-        }
-        return found;
-    }
-
-    NiceMock<Mock_system_call_api> api;
+    testing::NiceMock<Mock_system_call_api> api;
     Fake_observer observer;
     Collaborator_setup collaborators;
-    int ready_reports{0};
     std::string output;
 };
 
 TEST_F(LauncherLifecycle, ChildDeathEndsComLauncherWithStatusZero)
 {
-    collaborators.on_poll = [](int poll, std::uint8_t) {
-        if (poll == 2) {
-            signal_handler(SIGCHLD);
-        }
-    };
-    EXPECT_EQ(run({"strata-launcher", "0"}), 0);
-    EXPECT_EQ(ready_reports, 1);
-    EXPECT_EQ(collaborators.record.created, 1);
-    EXPECT_EQ(collaborators.record.stopped, 1);
-    EXPECT_EQ(collaborators.record.deleted, 1);
-    EXPECT_EQ(collaborators.polls, 2);
-    EXPECT_EQ(collaborators.poll_counters.front(), 50U);
-    // The whole pass, as the console shows it.
+    sigaction_returns(SIGTERM, 1);  // only -1 is a failure for SIGTERM
+    collaborators.on_poll = [](int poll) { signal_handler(poll == 2 ? SIGCHLD : SIGUSR1); };
+    EXPECT_EQ(run("0"), 0);
+    EXPECT_EQ(collaborators.counts(), (std::vector<int>{1, 1, 1, 1, 1}));
     EXPECT_EQ(output,
               "Launcher: main_launcher start : flag_updated=false \n"
               "COM_LAUNCHER Launcher: Restart Launcher... noHandler  noLauncher  noStrategy \n"
@@ -174,192 +164,123 @@ TEST_F(LauncherLifecycle, ChildDeathEndsComLauncherWithStatusZero)
               "COM_LAUNCHER Launcher: Starting Launcher... EXIT_SUCCESS \n"
               "COM_LAUNCHER Launcher: Running...\n"
               "Launcher: app= NoStop Update needed = NoUpdate Termination = NoTermination\n"
-              "Launcher: Received SIGNAL17\n"
+              "Launcher: Received SIGNAL10\nLauncher: Received SIGNAL17\n"
               "Launcher: launcher_main_loop end : flag_updated=false \n"
               "COM_LAUNCHER Launcher: Shutting down...\n"
               "COM_LAUNCHER  Launcher: Shutting down... STOP\n"
               "COM_LAUNCHER Launcher: Terminating...\n");
-    EXPECT_EQ(collaborators.dtc_created, 0);
 }
 
 TEST_F(LauncherLifecycle, FailuresEndTheRunWithStatusOneAndTheirLines)
 {
     struct Case {
         const char* kind;
+        const char* hostname;
         std::function<void(LauncherLifecycle&)> arrange;
         const char* expected;
-        int ready_reports;
-        int created;
-        int stopped;
+        int ready, created, stopped;
     };
+    const auto as_is = [](LauncherLifecycle&) {};
+    const char* const usage = "0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\nNo valid";
+    // An argument that is no kind: unreadable, next to a kind, missing, or one too many.
     const std::vector<Case> cases{
-        {"abc", [](LauncherLifecycle&) {},
-         "Launcher: main_launcher start : flag_updated=false \nUsage: Strata Launcher [daemon]\n"
-         "0: COM, 1: DLT, 2: PHM, 3: UDPNM, 99: COM BRIDGE\nNo valid process type to initialize dlt. \n"
-         " Launcher: Shutting down... TERMINATION\nLauncher: Terminating...\n", 0, 0, 0},
-        {"0", [](LauncherLifecycle& t) { ON_CALL(t.api, get_hostname()).WillByDefault(Return("vm_java.local")); },
-         "Launcher configuration: Unknown partition. hostname = vm_java.local\n"
-         "COM_LAUNCHER Launcher: Configuration failed. Terminating\n", 0, 0, 0},
-        {"2", [](LauncherLifecycle& t) { ON_CALL(t.api, sigaction(SIGTERM, _, _)).WillByDefault(Return(-1)); },
+        {"abc", "vm_adaptive", as_is, "initialize dlt. \n Launcher: Shutting down... TERMINATION\n", 0, 0, 0},
+        {"4", "vm_adaptive", as_is, usage, 0, 0, 0},
+        {"98", "vm_adaptive", as_is, usage, 0, 0, 0},
+        {"100", "vm_adaptive", as_is, usage, 0, 0, 0},
+        {"", "vm_adaptive", as_is, usage, 0, 0, 0},
+        {"0 1", "vm_adaptive", as_is, usage, 0, 0, 0},
+        {"0", "vm_java.local", as_is, "vm_java.local\nCOM_LAUNCHER Launcher: Configuration failed. Terminating\n", 0, 0,
+         0},
+        {"3", "", as_is, "Cannot detect hostname of the partition.\nUDPMN_LAUNCHER Launcher: Configuration failed", 0,
+         0, 0},
+        // Registration fails with -1 for SIGTERM, anything but 0 for SIGINT and SIGCHLD.
+        {"2", "vm_java", [](LauncherLifecycle& t) { t.sigaction_returns(SIGTERM, -1); },
          "Cannot register to system signals. Terminating Launcher.\nLauncher: Initialization failed. Terminating"
          "PHM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
          "PHM_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\nPHM_LAUNCHER Launcher: Terminating...\n",
          0, 0, 0},
-        {"99", [](LauncherLifecycle& t) { t.collaborators.no_strategy = true; },
+        {"3", "qemu-arm64", [](LauncherLifecycle& t) { t.sigaction_returns(SIGINT, 1); },
+         "Initialization failed. TerminatingUDPMN_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n", 0, 0, 0},
+        // The DLT launcher without logging registers for signals on its own.
+        {"1", "vm_adaptive", [](LauncherLifecycle& t) { t.sigaction_returns(SIGCHLD, -1); },
+         "DLT_LAUNCHER  Register to signal callback failed ...\nDLT_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n"
+         "DTL launcher : Shutdown DTC\n",
+         1, 0, 0},
+        {"99", "vm_housekeeping", [](LauncherLifecycle& t) { t.collaborators.no_strategy = true; },
          "Launcher: Preparation failed. Terminating\nCOM_BRIDGE_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
-         "COM_BRIDGE_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\n", 0, 0, 0},
-        {"2", [](LauncherLifecycle& t) { t.collaborators.prepare_result = false; },
+         "COM_BRIDGE_LAUNCHER  Launcher: Shutting down... FAILURE or no Strategy\n",
+         0, 0, 0},
+        {"2", "vm_adaptive", [](LauncherLifecycle& t) { t.collaborators.prepare_result = false; },
          "Launcher: Preparation failed. Terminating\nPHM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
-         "PHM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n", 0, 1, 0},
-        {"0", [](LauncherLifecycle& t) { t.collaborators.start_result = false; },
+         "PHM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\nPHM_LAUNCHER Launcher: Terminating...\n",
+         0, 1, 0},
+        {"0", "vm_adaptive", [](LauncherLifecycle& t) { t.collaborators.start_result = false; },
          "Launcher: Starting failed. Terminating\nCOM_LAUNCHER Launcher: Starting Launcher... EXIT_FAILURE \n"
-         "COM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n", 1, 1, 1},
-        {"1", [](LauncherLifecycle& t) { t.collaborators.dtc_service = nullptr; },
+         "COM_LAUNCHER  Launcher: Shutting down... EXIT_FAILURE\n",
+         1, 1, 1},
+        {"1", "vm_adaptive", [](LauncherLifecycle& t) { t.collaborators.dtc_service = nullptr; },
          "DLT-Launcher: start DTC has failed\n", 0, 0, 0},
     };
     for (const Case& c : cases) {
         collaborators = Collaborator_setup{};
-        collaborators.dtc_service = std::make_shared<Fake_dtc_service>();
-        ready_reports = 0;
+        ON_CALL(api, get_hostname()).WillByDefault(Return(c.hostname));
         c.arrange(*this);
-        EXPECT_EQ(run({"strata-launcher", c.kind}), 1) << c.expected;
+        EXPECT_EQ(run(c.kind), 1) << c.expected;
         EXPECT_THAT(output, HasSubstr(c.expected));
-        EXPECT_EQ(ready_reports, c.ready_reports) << c.expected;
-        EXPECT_EQ(collaborators.record.created, c.created) << c.expected;
-        EXPECT_EQ(collaborators.record.stopped, c.stopped) << c.expected;
-        EXPECT_EQ(collaborators.record.deleted, c.created) << c.expected;
+        EXPECT_EQ(collaborators.counts(), (std::vector<int>{c.created, c.stopped, c.stopped, c.created, c.ready}))
+            << c.expected;
         EXPECT_EQ(collaborators.polls, 0) << c.expected;
         testing::Mock::VerifyAndClearExpectations(&api);
         SetUp();
     }
 }
 
-class DltLauncherLifecycle : public LauncherLifecycle {
-protected:
-    void SetUp() override
-    {
-        LauncherLifecycle::SetUp();
-        collaborators.dtc_service = dtc;
-    }
-    std::shared_ptr<Fake_dtc_service> dtc = std::make_shared<Fake_dtc_service>();
-};
-
-TEST_F(DltLauncherLifecycle, WithoutLoggingReportsReadyAndPollsUntilTerminated)
+// Starts after a COM run that a child's death ended, as a second run in one process would.
+TEST_F(LauncherLifecycle, DltFlagChangesAndChildDeathsStartAndStopTheDaemonsInNewPasses)
 {
+    collaborators.on_poll = [](int) { signal_handler(SIGCHLD); };
+    EXPECT_EQ(run("0"), 0);
+    collaborators = Collaborator_setup{};
     EXPECT_CALL(api, startup_runtime()).Times(1);
     EXPECT_CALL(api, shutdown_runtime()).Times(1);
-    collaborators.on_poll = [](int poll, std::uint8_t kind) {
-        EXPECT_EQ(kind, DLT);
-        if (poll == 3) {
-            signal_handler(SIGTERM);
-        }
+    static_cast<Fake_dtc_service&>(*collaborators.dtc_service).startup_result = false;
+    observer.logging_at_start = true;
+    collaborators.on_poll = [](int poll) {
+        poll <= 2 ? switch_dlt_logging(poll == 2) : signal_handler(poll == 3 ? SIGCHLD : SIGTERM);
     };
-    EXPECT_EQ(run({"strata-launcher", "1"}), 0);
-    EXPECT_EQ(collaborators.record.created, 0);
-    EXPECT_EQ(ready_reports, 1);
+    EXPECT_EQ(run("1"), 0);
     EXPECT_EQ(collaborators.dtc_name, "12452");
-    EXPECT_EQ(observer.searches_started, 1);
+    EXPECT_EQ(collaborators.counts(), (std::vector<int>{3, 3, 3, 3, 4}));
     EXPECT_EQ(observer.searches_stopped, 1);
-    EXPECT_FALSE(dlt_pm_flag.load());
-    EXPECT_THAT(output, HasSubstr("Launcher: init_dlt_launcher : flag_updated=false \n"
-                                  "DLT Launcher waiting for DSA Diagnostic Data Distribution to find\n"
-                                  "DLT launcher : Handle : NOT connected to DSA Diagnostic Data Distribution\n"
+    EXPECT_THAT(output, HasSubstr("DLT launcher : Handle : NOT connected to DSA Diagnostic Data Distribution\n"
                                   "DLT launcher : Proxy : NOT connected to DSA Diagnostic Data Distribution\n"
-                                  "DLT-Launcher: Created DLT DTC object\n"));
-    EXPECT_THAT(output, HasSubstr("DLT_LAUNCHER Launcher: start without DLT LOG...\n"));
-    EXPECT_THAT(output, HasSubstr("DTL launcher : Stop COM \nDLT_LAUNCHER Launcher: Terminating...\n"));
-    EXPECT_THAT(output, Not(HasSubstr("Unsubscribe")));
+                                  "DLT-Launcher: Created DLT DTC object\nDLT-Launcher: Start DLT DTC object failed\n"));
+    EXPECT_EQ(count(output, "DLT_LAUNCHER Launcher: start without DLT LOG...\n"), 1U);
+    EXPECT_EQ(count(output, "DLT_LAUNCHER Launcher: Continue...\n"), 1U);
+    // Without a proxy there is nothing to unsubscribe from.
+    EXPECT_THAT(output, HasSubstr("down... STOP\nDTL launcher : Shutdown DTC\nDTL launcher : Stop COM \n"));
     EXPECT_FALSE(get_dtc_service());
 }
 
-TEST_F(DltLauncherLifecycle, DtcThatDoesNotStartIsNoFailure)
+// Three quick retries, then a wait for the next flag change, after which the count starts over.
+TEST_F(LauncherLifecycle, FailedDltStartsRetryThreeTimesThenWaitForAFlagChange)
 {
-    dtc->startup_result = false;
-    collaborators.on_poll = [](int, std::uint8_t) { signal_handler(SIGINT); };
-    EXPECT_EQ(run({"strata-launcher", "1"}), 0);
-    EXPECT_THAT(output, HasSubstr("DLT-Launcher: Start DLT DTC object failed\n"));
-}
-
-TEST_F(DltLauncherLifecycle, FlagChangesStartAndStopTheDaemonsInNewPasses)
-{
-    collaborators.on_poll = [](int poll, std::uint8_t) {
-        if (poll == 1) {
-            switch_dlt_logging(true);
-        } else if (poll == 2) {
-            switch_dlt_logging(false);
-        } else if (poll == 3) {
-            signal_handler(SIGTERM);
-        }
-    };
-    EXPECT_EQ(run({"strata-launcher", "1"}), 0);
-    EXPECT_EQ(collaborators.record.created, 1);
-    EXPECT_EQ(collaborators.record.stopped, 1);
-    EXPECT_EQ(collaborators.record.deleted, 1);
-    EXPECT_EQ(ready_reports, 3);
-    EXPECT_EQ(count(output, "Launcher: Restart Launcher..."), 3U);
-    EXPECT_EQ(count(output, "start without DLT LOG..."), 2U);
-}
-
-TEST_F(DltLauncherLifecycle, FailedPrepareIsRetriedLikeAFailedStart)
-{
-    collaborators.prepare_result = false;
-    collaborators.on_poll = [](int poll, std::uint8_t) {
-        if (poll == 1) {
-            switch_dlt_logging(true);
-        } else if (poll == 6) {
-            signal_handler(SIGTERM);
-        }
-    };
-    EXPECT_EQ(run({"strata-launcher", "1"}), 0);
-    EXPECT_EQ(count(output, "Launcher: Preparation failed. Terminating\n"), 4U);
-    EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry soon ...\n"), 3U);
-    EXPECT_EQ(count(output, "DLT Launcher start procs had failed, but retry if dlt flag changes ...\n"), 1U);
-    EXPECT_EQ(collaborators.record.created, 4);
-    EXPECT_EQ(collaborators.record.started, 0);
-    EXPECT_EQ(collaborators.record.deleted, 4);
-}
-
-TEST_F(DltLauncherLifecycle, DyingDaemonRestartsDaemonsWithoutLimit)
-{
-    collaborators.on_poll = [](int poll, std::uint8_t) {
-        if (poll == 1) {
-            switch_dlt_logging(true);
-        } else if (poll < 5) {
-            signal_handler(SIGCHLD);
-        } else {
-            signal_handler(SIGTERM);
-        }
-    };
-    EXPECT_EQ(run({"strata-launcher", "1"}), 0);
-    EXPECT_EQ(collaborators.record.created, 4);
-    EXPECT_EQ(collaborators.record.stopped, 4);
-    EXPECT_EQ(collaborators.record.deleted, 4);
-    EXPECT_EQ(count(output, "DLT_LAUNCHER Launcher: Continue...\n"), 3U);
-    EXPECT_EQ(ready_reports, 5);
-}
-
-TEST_F(DltLauncherLifecycle, FailedStartsRetryThreeTimesThenWaitForFlagChange)
-{
-    collaborators.start_result = false;
-    // The children of a failed start die, as they would.
-    collaborators.on_start = [] { signal_handler(SIGCHLD); };
-    collaborators.on_poll = [](int poll, std::uint8_t) {
-        // The quick retries end their passes before any poll.
-        if (poll == 1 || poll == 6) {
-            switch_dlt_logging(true);
-        } else if (poll == 11) {
-            signal_handler(SIGTERM);
-        }
-    };
-    EXPECT_EQ(run({"strata-launcher", "1"}), 0);
-    EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry soon ...\n"), 6U);
-    EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry if dlt flag changes ...\n"),
-              2U);
-    EXPECT_EQ(count(output, "DLT_LAUNCHER Launcher: Ignore child stop signal ...\n"), 2U);
-    EXPECT_EQ(collaborators.record.created, 8);
-    EXPECT_EQ(collaborators.record.stopped, 8);
-    EXPECT_EQ(collaborators.record.deleted, 8);
-    EXPECT_THAT(output, Not(HasSubstr("Launcher: Shutting down... EXIT_FAILURE")));
+    for (const bool prepare_fails : {true, false}) {
+        collaborators = Collaborator_setup{};
+        collaborators.prepare_result = !prepare_fails;
+        collaborators.start_result = false;
+        collaborators.children_die_on_start = true;
+        collaborators.on_poll = [](int poll) { poll < 3 ? switch_dlt_logging(true) : signal_handler(SIGTERM); };
+        EXPECT_EQ(run("1"), 0);
+        EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry soon ...\n"), 6U);
+        EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry if dlt flag"), 2U);
+        EXPECT_EQ(count(output, "Launcher: Preparation failed. Terminating\n"), prepare_fails ? 8U : 0U);
+        EXPECT_EQ(count(output, "DLT_LAUNCHER Launcher: Ignore child stop signal ...\n"), prepare_fails ? 0U : 2U);
+        const int started = prepare_fails ? 0 : 8;
+        EXPECT_EQ(collaborators.counts(), (std::vector<int>{8, started, started, 8, 1 + started}));
+        EXPECT_THAT(output, Not(HasSubstr("Shutting down... EXIT_FAILURE")));
+    }
 }
 
 }  // namespace

@@ -1,30 +1,30 @@
 #ifndef STRATA_SUPPORT_TEST_RECORDING_LOGGING_BACKEND_HPP
 #define STRATA_SUPPORT_TEST_RECORDING_LOGGING_BACKEND_HPP
 
-// A logging backend for tests: keeps every finished message, with the overload each value
-// arrived through, so tests can check both texts and forwarding.
+// A logging backend for tests: keeps every finished message with its level, its values as
+// printed and how often it was flushed.
 
 #include <memory>
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "support/logging.hpp"
 
 struct RecordedMessage {
     std::string level;
-    std::string text;                 // the values as printed, concatenated
-    std::vector<std::string> tokens;  // "type:value" per insertion
+    std::string text;
     int flushes{0};
 };
 
 class RecordingLog {
 public:
-    void add(RecordedMessage message)
+    void add(const RecordedMessage& message)
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        messages_.push_back(std::move(message));
+        messages_.push_back(message);
     }
     std::vector<RecordedMessage> messages() const
     {
@@ -41,11 +41,6 @@ public:
         }
         return result;
     }
-    void clear()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        messages_.clear();
-    }
 
 private:
     mutable std::mutex mutex_;
@@ -54,40 +49,39 @@ private:
 
 class RecordingLoggingAdapter final : public LoggingAdapter {
 public:
-    RecordingLoggingAdapter(std::shared_ptr<RecordingLog> log, std::string level) : log_(std::move(log))
+    RecordingLoggingAdapter(std::shared_ptr<RecordingLog> log, const char* level) : log_(std::move(log))
     {
-        message_.level = std::move(level);
+        message_.level = level;
     }
     // Like the platform stream: the message is complete when the last owner lets go.
     ~RecordingLoggingAdapter() override { log_->add(message_); }
 
     void flush() override { ++message_.flushes; }
-    LoggingAdapter& operator<<(bool value) override { return add("bool", value ? "true" : "false"); }
-    LoggingAdapter& operator<<(std::uint8_t value) override { return add("u8", std::to_string(value)); }
-    LoggingAdapter& operator<<(std::uint16_t value) override { return add("u16", std::to_string(value)); }
-    LoggingAdapter& operator<<(std::uint32_t value) override { return add("u32", std::to_string(value)); }
-    LoggingAdapter& operator<<(std::uint64_t value) override { return add("u64", std::to_string(value)); }
-    LoggingAdapter& operator<<(std::int8_t value) override { return add("i8", std::to_string(value)); }
-    LoggingAdapter& operator<<(std::int16_t value) override { return add("i16", std::to_string(value)); }
-    LoggingAdapter& operator<<(std::int32_t value) override { return add("i32", std::to_string(value)); }
-    LoggingAdapter& operator<<(std::int64_t value) override { return add("i64", std::to_string(value)); }
-    LoggingAdapter& operator<<(float value) override { return add("float", printed(value)); }
-    LoggingAdapter& operator<<(double value) override { return add("double", printed(value)); }
-    LoggingAdapter& operator<<(const char* value) override { return add("cstr", value); }
-    LoggingAdapter& operator<<(const std::string& value) override { return add("string", value); }
+    LoggingAdapter& operator<<(bool value) override { return add(value); }
+    LoggingAdapter& operator<<(std::uint8_t value) override { return add(value); }
+    LoggingAdapter& operator<<(std::uint16_t value) override { return add(value); }
+    LoggingAdapter& operator<<(std::uint32_t value) override { return add(value); }
+    LoggingAdapter& operator<<(std::uint64_t value) override { return add(value); }
+    LoggingAdapter& operator<<(std::int8_t value) override { return add(value); }
+    LoggingAdapter& operator<<(std::int16_t value) override { return add(value); }
+    LoggingAdapter& operator<<(std::int32_t value) override { return add(value); }
+    LoggingAdapter& operator<<(std::int64_t value) override { return add(value); }
+    LoggingAdapter& operator<<(float value) override { return add(value); }
+    LoggingAdapter& operator<<(double value) override { return add(value); }
+    LoggingAdapter& operator<<(const char* value) override { return add(value); }
+    LoggingAdapter& operator<<(const std::string& value) override { return add(value); }
 
 private:
     template <typename T>
-    static std::string printed(T value)
+    LoggingAdapter& add(const T& value)
     {
         std::ostringstream out;
-        out << value;
-        return out.str();
-    }
-    LoggingAdapter& add(const char* type, const std::string& value)
-    {
-        message_.text += value;
-        message_.tokens.push_back(std::string(type) + ":" + value);
+        if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>) {
+            out << +value;  // bytes as numbers
+        } else {
+            out << std::boolalpha << value;
+        }
+        message_.text += out.str();
         return *this;
     }
 
