@@ -1,10 +1,13 @@
 #!/usr/bin/env python3
 # End-to-end passes: the real strata-launcher in the partition sandbox (scripts/sandbox) with
-# stand-in daemons. Every scenario of a case runs in a sandbox of its own, all at once, and
-# is judged on its transcript, exit status, the daemons' records and the READY datagrams.
-# Usage: launcher_e2e.py --launcher BIN --standin BIN [unittest arguments]; exit status 77
-# (skipped) when not root or when bubblewrap cannot create namespaces.
+# stand-in daemons and, for the DLT launcher, strata-someip-offer beside it playing the
+# diagnostic data distribution service and the diagnostic manager. The scenarios of a case
+# run in sandboxes of their own, all at once, and are judged on their transcripts, exit
+# status, the daemons' records and the READY datagrams at the played service manager.
+# Usage: launcher_e2e.py --launcher BIN --standin BIN --offer BIN [unittest arguments];
+# exit status 77 (skipped) when not root or when bubblewrap cannot create namespaces.
 import argparse
+import json
 import os
 import shutil
 import signal
@@ -15,10 +18,8 @@ import threading
 import time
 import unittest
 
-SANDBOX = os.path.join(os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))), "scripts",
-                       "sandbox")
-SKIP = 77
-LAUNCHER = STANDIN = None
+TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+LAUNCHER = STANDIN = OFFER = None
 RUNS = []
 # Every wait is bounded; the bounds are more than twice the worst seen on a loaded 2-core machine.
 WAIT = 20.0
@@ -28,41 +29,17 @@ USAGE = ("Launcher: main_launcher start : flag_updated=false \nUsage: Strata Lau
          " Launcher: Shutting down... TERMINATION\nLauncher: Terminating...\n")
 
 
-def sandbox_usable():
-    if os.geteuid() != 0 or shutil.which("bwrap") is None:
-        return "needs root and bwrap (bubblewrap)"
-    probe = subprocess.run(["bwrap", "--unshare-uts", "--unshare-pid", "--ro-bind", "/", "/", "--proc", "/proc",
-                            "true"], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-    return probe.returncode and "bwrap cannot create namespaces: " + probe.stderr.decode(errors="replace")
-
-
-class Record:
-    # A stand-in's record: lines "pid key value" of every start of one daemon name.
-    def __init__(self, path):
-        self.lines = []
-        if os.path.exists(path):
-            with open(path) as handle:
-                self.lines = [(line.rstrip("\n").split(" ", 2) + [""])[:3] for line in handle if line.strip()]
-
-    def pids(self):
-        return sorted({int(fields[0]) for fields in self.lines})
-
-    def values(self, key, pid=None):
-        return [value for p, k, value in self.lines if k == key and pid in (None, int(p))]
-
-
 def processes_in_namespace(namespace):
     # (pid, state, name) of every process in the PID namespace named by a /proc/<pid>/ns/pid link.
     found = []
     for entry in filter(str.isdigit, os.listdir("/proc")):
         try:
-            if os.readlink("/proc/%s/ns/pid" % entry) != namespace:
-                continue
-            with open("/proc/%s/stat" % entry) as handle:
-                stat = handle.read()
+            if os.readlink("/proc/%s/ns/pid" % entry) == namespace:
+                with open("/proc/%s/stat" % entry) as handle:
+                    stat = handle.read()
+                found.append((int(entry), stat[stat.rindex(")") + 2], stat[stat.index("(") + 1:stat.rindex(")")]))
         except OSError:
-            continue
-        found.append((int(entry), stat[stat.rindex(")") + 2], stat[stat.index("(") + 1:stat.rindex(")")]))
+            pass
     return found
 
 
@@ -70,14 +47,14 @@ class Run:
     # One sandbox run of the launcher. Its stderr is read as it comes, so that a case can
     # wait for a line and the transcript is whole once the sandbox has ended.
     def __init__(self, test, hostname, kind, *options, records=None):
-        self.test, self.label = test, "%s kind %s %s" % (hostname, kind, " ".join(options))
+        self.test, self.label, self.pid = test, "%s kind %s %s" % (hostname, kind, " ".join(options)), None
         self.records = records or tempfile.mkdtemp(prefix="strata-e2e.")
         test.addCleanup(shutil.rmtree, self.records, True)
-        arguments = [sys.executable, SANDBOX, "--quiet", "--hostname", hostname, "--record-dir", self.records,
-                     "--launcher", LAUNCHER, "--standin-binary", STANDIN, "--timeout", "60"]
-        self.process = subprocess.Popen(arguments + (["--kind", kind] if kind else []) + list(options),
-                                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, stdin=subprocess.DEVNULL)
-        self.chunks, self.ended, self.pid = [], None, None
+        self.process = subprocess.Popen(
+            [sys.executable, os.path.join(TOP, "scripts", "sandbox"), "--quiet", "--hostname", hostname, "--kind", kind,
+             "--record-dir", self.records, "--launcher", LAUNCHER, "--standin-binary", STANDIN, "--timeout", "60",
+             *options], stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, stdin=subprocess.DEVNULL)
+        self.chunks, self.ended = [], None
         self.reader = threading.Thread(target=self.read, daemon=True)
         self.reader.start()
         RUNS.append(self)
@@ -108,14 +85,11 @@ class Run:
     def wait_for(self, predicate, what, seconds=WAIT):
         deadline = time.monotonic() + seconds
         while not predicate():
-            if self.process.poll() is not None and self.ended is not None and not predicate():
-                self.fail("the sandbox ended (status %s) before %s" % (self.process.returncode, what))
+            if self.ended is not None and not predicate():
+                self.fail("the sandbox ended (status %s) before %s" % (self.process.wait(), what))
             if time.monotonic() > deadline:
                 self.fail("no %s within %.0f s" % (what, seconds))
             time.sleep(0.01)
-
-    def wait_text(self, text, seconds=WAIT):
-        self.wait_for(lambda: text in self.stderr, repr(text), seconds)
 
     def ready_count(self):
         path = os.path.join(self.records, "notify.log")
@@ -124,8 +98,8 @@ class Run:
         with open(path) as handle:
             return handle.read().count("READY=1")
 
-    def wait_ready(self, count=1, seconds=WAIT):
-        self.wait_for(lambda: self.ready_count() >= count, "READY=1 #%d at the sandbox's socket" % count, seconds)
+    def wait_ready(self, count=1):
+        self.wait_for(lambda: self.ready_count() >= count, "READY=1 #%d at the sandbox's socket" % count)
 
     def exec_done(self):
         # The pid file may be half written, and its pid may still be the sandbox's shell.
@@ -147,24 +121,23 @@ class Run:
                 break
             time.sleep(0.005 if len(numbers) > 1 else 0)
 
-    def finish(self, seconds=40.0):
-        try:
-            self.process.wait(timeout=seconds)
-        except subprocess.TimeoutExpired:
-            self.kill()
-            self.fail("the launcher did not end within %.0f s" % seconds)
-        self.reader.join(10)
-        return self.process.returncode
-
     def stopped(self, status=0):
-        self.test.assertEqual((self.finish(), self.leftovers()), (status, []), self.stderr[-1500:])
+        try:
+            self.process.wait(timeout=40)
+        except subprocess.TimeoutExpired:
+            self.fail("the launcher did not end within 40 s")
+        self.reader.join(10)
+        with open(os.path.join(self.records, "leftovers")) as handle:
+            self.test.assertEqual((self.process.returncode, handle.read()), (status, ""), self.stderr[-1500:])
 
     def record(self, name):
-        return Record(os.path.join(self.records, "standin", name + ".record"))
-
-    def leftovers(self):
-        with open(os.path.join(self.records, "leftovers")) as handle:
-            return handle.read().split()
+        # What each start of a stand-in went through: {pid: {key: [values]}}.
+        found, path = {}, os.path.join(self.records, "standin", name + ".record")
+        with open(path) if os.path.exists(path) else open(os.devnull) as handle:
+            for line in handle:
+                pid, key, value = (line.rstrip("\n").split(" ", 2) + [""])[:3]
+                found.setdefault(int(pid), {}).setdefault(key, []).append(value)
+        return found
 
     def processes(self):
         self.wait_for(self.exec_done, "the launcher's pid")
@@ -185,7 +158,6 @@ def in_order(test, text, lines):
 
 RUN = "/var/run/adaptive/"
 LOG = ["--log_mode", "remote", "--log_level", "info"]
-COM_ENV = env(RUN + "ara_Com/com_management_daemon", "com-daemon-1-container")
 BRIDGE_ENV = env(" ", "com-daemon-1-container")
 PHM_ENV = env(RUN + "ara_PHM/phm_launch_daemon", "phm-daemon-container")
 BRIDGE = ["-e", RUN + "ara_Com/ara_com_sm"] + LOG + [
@@ -195,7 +167,8 @@ HK = "/data/target/etc/adaptive/ara_COM/comManifests_HK/"
 # host, kind, sandbox options, daemon, signals ending the pass, [argv and environment of each start]
 KINDS = [
     ("vm_adaptive", "0", [], "com_daemon", [signal.SIGTERM],
-     [(["-d", "-e", RUN + "ara_Com/ara_com_sm", "-g", RUN + "ara_Com/ara_com_gw_1_"] + LOG, COM_ENV)]),
+     [(["-d", "-e", RUN + "ara_Com/ara_com_sm", "-g", RUN + "ara_Com/ara_com_gw_1_"] + LOG,
+       env(RUN + "ara_Com/com_management_daemon", "com-daemon-1-container"))]),
     ("qemu-arm64", "99", [], "com_daemon", [signal.SIGINT],
      [(["-c", "255", "-i", "fd00:5354:5241::3", "-n", "netns0", "-e", RUN + "ara_Com/ara_com_sm"] + LOG +
        ["-m", "/data/target/etc/adaptive/ara_COM/comManifest/sample_service_manifest.json"], BRIDGE_ENV)]),
@@ -203,8 +176,8 @@ KINDS = [
     # launcher waits for them to end.
     ("vm_housekeeping", "99", ["--standin", "com_daemon=ignore_term=yes"], "com_daemon",
      [signal.SIGTERM] + [signal.SIGTERM, signal.SIGINT, signal.SIGCHLD] * 30,
-     [(["-c", "255", "-i", "fd4e:91a2:5c0:3::8:10", "-n", "eth0.3"] + BRIDGE + [HK + "VLAN_INFOTAINMENT/infotainment_manifest.json"],
-       BRIDGE_ENV),
+     [(["-c", "255", "-i", "fd4e:91a2:5c0:3::8:10", "-n", "eth0.3"] + BRIDGE +
+       [HK + "VLAN_INFOTAINMENT/infotainment_manifest.json"], BRIDGE_ENV),
       (["-c", "255", "-i", "fd4e:91a2:5c0:4::8:10", "-n", "eth0.4"] + BRIDGE + [HK + "VLAN_CONNECT/connect_manifest.json"],
        env(None, "com-daemon-1-container"))]),
     ("vm_java", "2", [], "quor_phmd", [signal.SIGTERM], [(["--autostart"], PHM_ENV)]),
@@ -227,64 +200,57 @@ class LauncherE2e(unittest.TestCase):
         missing = Run(self, "vm_adaptive", "99", "--omit", "/usr/bin/com_daemon")
         death = Run(self, "vm_adaptive", "2", "--standin", "quor_phmd=exit_after=300;exit_code=3")
         unknown = Run(self, "vm_java.local", "0")
-        udpnm = runs[5]
-        udpnm.wait_for(lambda: udpnm.record("quor_udpnmd").pids(), "quor_udpnmd started")
+        com, _, bridge, phm, _, udpnm, sibling = runs
+        udpnm.wait_for(lambda: udpnm.record("quor_udpnmd"), "quor_udpnmd started")
         udpnm.signal(*[signal.SIGCHLD] * 100)
         for run, (host, kind, _, daemon, numbers, starts) in zip(runs, KINDS):
             run.wait_ready()
-            run.wait_for(lambda: len(run.record(daemon).pids()) == len(starts), "%d starts" % len(starts))
+            run.wait_for(lambda: len(run.record(daemon)) == len(starts), "%d starts" % len(starts))
             if numbers:
                 # A signal before the main loop's first status line would show in it.
-                run.wait_text("Termination = NoTermination\n")
-                if kind == "0":
+                run.wait_for(lambda: "Termination = NoTermination\n" in run.stderr, "the main loop")
+                if run is com:
                     self.assertEqual([p for p in run.processes() if p[1] == "Z"], [], run.label)
-                if host == "vm_housekeeping" and kind == "3":
-                    run.wait_for(lambda: run.record("sibling").pids(), "the sibling started")
-                    self.assertNotIn("quor_udpnmd", [p[2] for p in run.processes()])
                 run.signal(*numbers)
+        sibling.wait_for(lambda: sibling.record("sibling"), "the sibling started")
         for run, (host, kind, _, daemon, numbers, starts) in zip(runs, KINDS):
             run.stopped()
-            self.assertEqual(run.ready_count(), 1, run.label)
             record = run.record(daemon)
-            self.assertEqual([(record.values("argv", pid), record.values("env", pid)) for pid in record.pids()],
+            self.assertEqual([(r["argv"], r["env"]) for _, r in sorted(record.items())],
                              [(["/usr/bin/" + daemon] + argv, environment) for argv, environment in starts])
+            self.assertEqual(run.ready_count(), 1, run.label)
             if numbers:
                 self.assertIn("Launcher: Received SIGNAL%d\n" % numbers[0], run.stderr)
-            for pid in record.pids()[:1 if kind in "02" else 0]:
-                self.assertEqual(record.values("fd", pid), [], "descriptors leaked into the daemon")
-                self.assertIn("SigBlk:\t0000000000000000", record.values("mask", pid))
-                self.assertIn("SigIgn:\t0000000000000000", record.values("mask", pid))
-        com, _, bridge, phm, _, _, sibling = runs
-        pid = com.record("com_daemon").pids()[0]
-        self.assertIn("[Daemon_handler]: send_termination signal to the PID :%d" % pid, com.stderr)
-        in_order(self, com.stderr, ["COM_LAUNCHER Launcher: Running...\nLauncher: app= NoStop Update needed = "
-                                    "NoUpdate Termination = NoTermination\n", "Launcher: Received SIGNAL15\n"])
+            for r in list(record.values())[:1 if kind in ("0", "2") else 0]:
+                self.assertEqual((r.get("fd"), r["mask"]), (None, ["SigBlk:\t0000000000000000",
+                                                                        "SigIgn:\t0000000000000000"]), run.label)
+        in_order(self, com.stderr, ["COM_LAUNCHER Launcher: Running...\nLauncher: app= NoStop Update needed = NoUpdate "
+                                    "Termination = NoTermination\n", "Launcher: Received SIGNAL15\n",
+                                    "[Daemon_handler]: send_termination signal to the PID :%d" % min(com.record(
+                                        "com_daemon"))])
         self.assertTrue(com.stderr.endswith("COM_LAUNCHER  Launcher: Shutting down... STOP\n"
                                             "COM_LAUNCHER Launcher: Terminating...\n"), com.stderr[-1500:])
-        for pid in bridge.record("com_daemon").pids():
-            self.assertEqual(bridge.record("com_daemon").values("ignored", pid)[:1], ["15"])
-            self.assertEqual(bridge.record("com_daemon").values("exit", pid), [], "the daemon ended by itself")
+        self.assertEqual([(r["ignored"][:1], r.get("exit")) for r in bridge.record("com_daemon").values()],
+                         [(["15"], None)] * 2, "a daemon ignoring SIGTERM ended by itself")
         self.assertEqual(bridge.stderr.count("[LS_COM_C]: Time out, but child still running...\n"), 1, bridge.stderr)
         in_order(self, bridge.stderr, ["[LS_COM_C]: Sending Kill signal to com_vlan0_daemon...\n",
-                                       "[LS_COM_C]: Sending Kill signal to com_vlan1_daemon...\n",
-                                       "COM_BRIDGE_LAUNCHER Launcher: Terminating...\n"])
-        self.assertTrue(bridge.stderr.endswith("Terminating...\n"))
+                                       "[LS_COM_C]: Sending Kill signal to com_vlan1_daemon...\n"])
+        self.assertTrue(bridge.stderr.endswith("COM_BRIDGE_LAUNCHER Launcher: Terminating...\n"), bridge.stderr)
         # PHM stops with SIGTERM alone, so the daemon lives to record it.
-        self.assertEqual(phm.record("quor_phmd").values("signal")[0].split()[0], "15")
+        self.assertEqual(list(phm.record("quor_phmd").values())[0]["signal"][0].split()[0], "15")
         self.assertIn("[Daemon_handler]: get child_ready from /var/run/adaptive/ara_UdpNm/udpnm-daemon-1-container\n"
                       "[Daemon_handler]: get_child_ready =  1\n", udpnm.stderr)
-        self.assertEqual(sibling.record("sibling").values("signal"), [], "the launcher's stop reached a stranger")
+        self.assertNotIn("signal", list(sibling.record("sibling").values())[0], "the launcher's stop reached a stranger")
         self.assertIn("[LS_UDPNM]: Not starting UdpNM daemon on HK partition, but keep strata-launcher running...\n",
                       sibling.stderr)
 
-        # A COM BRIDGE without its daemon binary: the child's failed exec ends the pass.
+        # A COM BRIDGE without its daemon binary: the child's failed exec ends the pass. A
+        # child that returned from the failed exec would run a second launcher.
         missing.stopped()
-        self.assertEqual(missing.ready_count(), 1)
+        self.assertEqual((missing.ready_count(), missing.stderr.count("Launcher: Running...\n")), (1, 1))
         for line in ("LAUNCHER Process_factory: execve returns FAILURE -1\n", " terminated. Exit code: 127\n",
                      "Launcher: Received SIGNAL17\n"):
             self.assertIn(line, missing.stderr)
-        # A child that returned from the failed exec would run a second launcher.
-        self.assertEqual(missing.stderr.count("Launcher: Running...\n"), 1, missing.stderr)
         in_order(self, missing.stderr, ["COM_BRIDGE_LAUNCHER Launcher: Starting Launcher... EXIT_SUCCESS \n",
                                         "COM_BRIDGE_LAUNCHER Launcher: Running...\n",
                                         "COM_BRIDGE_LAUNCHER  Launcher: Shutting down... STOP\n"
@@ -293,9 +259,9 @@ class LauncherE2e(unittest.TestCase):
         self.assertEqual(death.ready_count(), 1)
         in_order(self, death.stderr, ["Launcher: Received SIGNAL17\n", "PHM_LAUNCHER Launcher: Terminating...\n"])
         self.assertNotIn("TERMINATION", death.stderr)
-        self.assertEqual((unknown.finish(), unknown.stderr, os.listdir(os.path.join(unknown.records, "standin")),
-                          unknown.ready_count()),
-                         (1, "Launcher: main_launcher start : flag_updated=false \nLauncher configuration: Unknown "
+        unknown.stopped(1)
+        self.assertEqual((unknown.stderr, os.listdir(os.path.join(unknown.records, "standin")), unknown.ready_count()),
+                         ("Launcher: main_launcher start : flag_updated=false \nLauncher configuration: Unknown "
                           "partition. hostname = vm_java.local\nCOM_LAUNCHER Launcher: Configuration failed. "
                           "Terminating\n", [], 0))
         # Outside the sandbox: a bad argument never reaches the host name.
@@ -305,47 +271,266 @@ class LauncherE2e(unittest.TestCase):
             self.assertEqual((result.returncode, result.stderr.decode(), result.stdout), (1, USAGE, b""), arguments)
 
     def test_ReadinessLimits_Com15sOnDeath_PhmAndUdpnm3s(self):
-        cases = [(Run(self, "vm_java", "0", "--standin", "com_daemon=ready=never;exit_after=200"), "com_daemon",
-                  15, "[Daemon_handler]: timeout reached for child_ready \n[Daemon_handler]: get_child_ready =  0\n"
-                  "[LS_COM_S]: com_daemon is not ready\n"),
-                 (Run(self, "vm_java", "2", "--standin", "quor_phmd=ready=never;first=STATUS=warming up"),
-                  "quor_phmd", 3, "[LS_PHM]: phm_daemon is not ready\n"),
-                 (Run(self, "vm_adaptive", "3", "--standin", "quor_udpnmd=ready=never;first=STATUS=warming up"),
-                  "quor_udpnmd", 3, "[LS_UPDNM]: udpnm-daemon-1-container is not ready reached time out\n")]
-        for run, daemon, limit, text in cases:
+        for run, daemon, limit, text in [
+                (Run(self, "vm_java", "0", "--standin", "com_daemon=ready=never;exit_after=200"), "com_daemon", 15,
+                 "Launcher: Received SIGNAL17\n[Daemon_handler]: timeout reached for child_ready \n"
+                 "[Daemon_handler]: get_child_ready =  0\n[LS_COM_S]: com_daemon is not ready\n"),
+                (Run(self, "vm_java", "2", "--standin", "quor_phmd=ready=never;first=STATUS=warming up"), "quor_phmd",
+                 3, "Daemon_handler: Getting message :STATUS=warming up\n[LS_PHM]: phm_daemon is not ready\n"),
+                (Run(self, "vm_adaptive", "3", "--standin", "quor_udpnmd=ready=never;first=STATUS=warming up"),
+                 "quor_udpnmd", 3, "Daemon_handler: Getting message :STATUS=warming up\n"
+                 "[LS_UPDNM]: udpnm-daemon-1-container is not ready reached time out\n")]:
             run.stopped(1)
             # From the daemon's start to the launcher's end, which the reader saw as it came.
-            waited = run.ended - int(run.record(daemon).values("start")[0]) / 1e9
+            waited = run.ended - int(list(run.record(daemon).values())[0]["start"][0]) / 1e9
             self.assertTrue(limit < waited < 2 * limit + 1, "%s waited %.1f s" % (daemon, waited))
-            self.assertIn(text + "Launcher: Starting failed. Terminating\n", run.stderr)
-            self.assertIn(" Launcher: Shutting down... EXIT_FAILURE\n", run.stderr)
+            in_order(self, run.stderr, text.splitlines(True) + ["Launcher: Starting failed. Terminating\n",
+                                                                 " Launcher: Shutting down... EXIT_FAILURE\n"])
             # systemd is told READY even then; the launcher's end tells it the rest.
             self.assertEqual(run.ready_count(), 1)
-            self.assertIn("Launcher: Received SIGNAL17\n" if limit == 15 else
-                          "Daemon_handler: Getting message :STATUS=warming up\n", run.stderr)
 
 
-def main(arguments=None, extra=()):
-    global LAUNCHER, STANDIN
-    parser = argparse.ArgumentParser(add_help=False)
-    for name in ("--launcher", "--standin") + tuple(extra):
-        parser.add_argument(name, required=True)
-    known, rest = parser.parse_known_args(arguments)
-    LAUNCHER, STANDIN = os.path.abspath(known.launcher), os.path.abspath(known.standin)
-    reason = sandbox_usable()
-    if reason:
-        print("SKIPPED: " + reason, file=sys.stderr)
-        sys.exit(SKIP)
-    return known, rest
+MARKER = "/data/target/etc/adaptive/ara_DLT/DLTActivation"
+QUIET = "/sys/devices/virtual/tty/hvc1/quiet"
+DLT_NAMES = ("dlt-daemon", "dltproxyd", "dlt-system")
+# Its init, the played service (name cut to 15 characters) and the launcher.
+SANDBOX_OWN = ["bwrap", "strata-launcher", "strata-someip-o"]
 
 
-def run_cases(rest):
-    program = unittest.main(argv=[sys.argv[0]] + rest, verbosity=2, exit=False)
-    if not program.result.wasSuccessful():
-        for run in RUNS:  # what each sandbox printed, for a failure that did not say
-            print("--- %s: status %s\n%s" % (run.label, run.process.returncode, run.stderr[-800:]), file=sys.stderr)
-    sys.exit(0 if program.result.wasSuccessful() else 1)
+class Dlt(Run):
+    # A DLT launcher run, with the played service when given its arguments (commands
+    # through a FIFO, its output in a file, on its own loopback address).
+    def __init__(self, test, *options, service=None, hostname="vm_adaptive"):
+        self.control, records = None, tempfile.mkdtemp(prefix="strata-e2e-dlt.")
+        self.directory = os.path.join(records, "standin")
+        if service is not None:
+            os.makedirs(self.directory)
+            shutil.copy(OFFER, self.directory)
+            os.mkfifo(os.path.join(self.directory, "ctl"))
+            # A group command, so that the sandbox's stdin /dev/null does not replace the FIFO.
+            options += ("--with", "{ STRATA_COM_UNICAST=127.0.0.2 /run/strata-standin/strata-someip-offer %s "
+                        "< /run/strata-standin/ctl > /run/strata-standin/offer.log 2>&1; }" % " ".join(service))
+        super().__init__(test, hostname, "1", *options, records=records)
+        if service is not None:
+            self.wait_for(self.connect, "the played service opening its control FIFO")
+
+    def connect(self):
+        try:
+            self.control = os.open(os.path.join(self.directory, "ctl"), os.O_WRONLY | os.O_NONBLOCK)
+        except OSError:
+            pass
+        return self.control is not None
+
+    def kill(self):
+        if self.control is not None:
+            os.close(self.control)
+        super().kill()
+
+    def inside(self, path, flags=os.O_RDONLY):
+        # Opened through the launcher's root, a file outlives the sandbox's staging directory.
+        self.wait_for(self.exec_done, "the launcher's pid")
+        return os.open("/proc/%d/root%s" % (self.pid, path), flags)
+
+    def send(self, line):
+        os.write(self.control, (line + "\n").encode())
+
+    def lines(self):
+        path = os.path.join(self.directory, "offer.log")
+        with open(path) if os.path.exists(path) else open(os.devnull) as handle:
+            return handle.read().splitlines()
+
+    def actions(self):
+        return [line for line in self.lines() if line.startswith("MonitorAction ")]
+
+    def wait_line(self, line):
+        self.wait_for(lambda: line in self.lines(), "%r from the played service" % line)
+
+    def starts(self, name="dlt-daemon"):
+        return len(self.record(name))
+
+    def names(self):
+        return sorted(name for _, state, name in self.processes() if state != "Z")
+
+    def stop(self, seconds):
+        # SIGTERM; the seconds until the launcher ended, having left only the sandbox's own.
+        self.wait_for(self.exec_done, "the launcher's pid")
+        namespace, last = os.readlink("/proc/%d/ns/pid" % self.pid), []
+        self.signal(signal.SIGTERM)
+        started = time.monotonic()
+        while True:
+            view = processes_in_namespace(namespace)
+            if self.pid not in [p for p, state, _ in view if state != "Z"]:
+                break
+            last = view
+            if time.monotonic() - started > seconds:
+                self.fail("the launcher still ran %.1f s after SIGTERM" % seconds)
+            time.sleep(0.002)
+        elapsed = time.monotonic() - started
+        self.stopped()
+        self.test.assertTrue(last and not [p for p in last if p[2] not in SANDBOX_OWN or p[1] == "Z"], last)
+        self.test.assertIn("DTL launcher : Shutdown DTC\nDTL launcher : Stop COM \n", self.stderr)
+        return elapsed
+
+
+class DltE2e(unittest.TestCase):
+    maxDiff = None
+
+    def test_Service_DrivesTheChainAndTheManager_StopWithdrawsTheMonitor(self):
+        with open(os.path.join(TOP, "com", "deployment", "strata-com.json")) as handle:
+            limited = dict(json.load(handle), request_timeout_ms=1000)
+        mute = Dlt(self, "--file", "/etc/strata/strata-com.json=" + json.dumps(limited),
+                   service=["--value", "1", "--no-answer"])
+        gone = Dlt(self, "--file", MARKER + "=", service=["--value", "0"])
+        dlt = Dlt(self, service=["--value", "1", "--monitor"])
+        # A service that never answers: two requests are outstanding, and the stop waits
+        # for the handlers running them, each up to its time limit.
+        mute.wait_line("request getDiagnosticDataValues 0 ids 1 held")
+        mute.wait_ready(1)
+        mute.stop(2 * 1.0 + 1.0)
+        self.assertEqual(mute.starts(), 0)
+        for text in ("DLT Launcher: DDD DSA connection lost Timeout exception\nLauncher: request from DSA :  DLT-flag = 0\n",
+                     "DTL launcher : Unsubscribe from DSA notification\n"):
+            self.assertIn(text, mute.stderr)
+        self.assertNotIn("DLT-flag = 1", mute.stderr)
+
+        dlt.wait_for(lambda: dlt.starts() == 1, "dlt-daemon started after the service said 1")
+        dlt.wait_ready(2)
+        dlt.wait_line("monitor offered 2e10.30a4 v1.0 @ 127.0.0.1:30502")
+        # The manager restarts: the launcher reports its current state again.
+        dlt.send("init 1")
+        dlt.wait_line("InitMonitor 1 done")
+        dlt.wait_for(lambda: dlt.actions()[-1:] == ["MonitorAction 1"], "the state re-sent")
+        dlt.send("value 0")
+        dlt.wait_for(lambda: "dlt-daemon" not in dlt.names(), "dlt-daemon stopped after the service said 0")
+        dlt.wait_for(lambda: dlt.actions()[-1:] == ["MonitorAction 0"], "the DTC cleared at the manager")
+        dlt.wait_ready(3)
+        # Re-enabling does not ask for a report; a clear does.
+        before = len(dlt.actions())
+        for value in (2, 0):
+            dlt.send("init %d" % value)
+            dlt.wait_line("InitMonitor %d done" % value)
+        dlt.wait_for(lambda: len(dlt.actions()) > before, "the state re-sent after a clear")
+        self.assertEqual(len(dlt.actions()), before + 1, dlt.lines())
+        # Fifty quick changes each way: the launcher settles on the last value, one chain or none.
+        for batch, last in enumerate((0, 1)):
+            for value in [(index + last + 1) % 2 for index in range(50)]:
+                dlt.send("value %d" % value)
+                time.sleep(0.01)
+            dlt.wait_for(lambda: len([x for x in dlt.lines() if x.startswith("value ")]) == 51 + 50 * batch,
+                         "the changes at the service")
+            expected = sorted(SANDBOX_OWN + (list(DLT_NAMES) if last else []))
+            dlt.wait_for(lambda: dlt.names() == expected, "the launcher settling on %d" % last)
+        elapsed = dlt.stop(5.0)
+        print("\nSIGTERM to exit, service connected, DLT on: %.0f ms" % (elapsed * 1000), file=sys.stderr)
+        self.assertLess(elapsed, 1.0, "the launcher took too long to end")
+        self.assertIn("monitor stopped", dlt.lines())
+        self.assertTrue(dlt.stderr.endswith("DTL launcher : Stop COM \nDLT_LAUNCHER Launcher: Terminating...\n"))
+        for text in ("LAUD :LAUD_findServiceStart: Service offered for instance ID 1 \n",
+                     "DLT Launcher LAUD_findServiceCallback : Subscribe dataValuesHash\n",
+                     "Launcher: request_dlt_flag : flag_updated=true \n", "DLT Launcher: send DTC; flag = 0 DTC=CLEAR\n",
+                     "DLT Launcher: send DTC; flag = 1 DTC=FAIL\n",
+                     "+++++ DMSkeletonAdapter::InitMonitor( 2 = kReenabled) is called for 12452\n",
+                     "+++++ DMSkeletonAdapter::InitMonitor( 0 = kClear) is called for 12452\n",
+                     "DTL launcher : Unsubscribe from DSA notification\n",
+                     "LAUD : StopConnectAsynchronously: Instance ID 1 \n"):
+            self.assertIn(text, dlt.stderr)
+        flags = [line for line in dlt.stderr.splitlines() if line.startswith("Launcher: request from DSA :  ")]
+        self.assertEqual((flags[0], flags[-1]), ("Launcher: request from DSA :  DLT-flag = 1",) * 2)
+        self.assertIn("Launcher: request from DSA :  DLT-flag = 0", flags)
+
+        # The service gone: the last flag stays and the marker file counts again (within about 5 s).
+        gone.wait_line("request getDiagnosticDataValues 0 ids 1 -> value 0 returnCode 0")
+        gone.wait_for(lambda: "dlt-daemon" not in gone.names(), "no dlt-daemon while the service says 0")
+        served = gone.starts()
+        gone.send("stop")
+        gone.wait_line("stopped")
+        gone.wait_for(lambda: gone.starts() > served, "dlt-daemon started by the marker file")
+        gone.stop(5.0)
+        at = gone.stderr.index("LAUD :LAUD_findServiceStart: Service stopped for instance ID 1 \n")
+        self.assertIn("Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n", gone.stderr[at:])
+
+    def test_MarkerFile_NoService_AndLogDaemonNeverReady(self):
+        never = Dlt(self, "--file", MARKER + "=", *sum((["--standin", name + "=ready=never"] for name in DLT_NAMES), []))
+        qemu = Dlt(self, "--file", MARKER + "=", "--file", QUIET + "=untouched\\n", hostname="qemu-arm64")
+        adaptive, alone = Dlt(self), Dlt(self)
+        alone.wait_ready(1)
+        self.assertLess(alone.stop(2.0), 2.0)
+        self.assertEqual((alone.starts(), alone.ready_count()), (0, 1))
+        in_order(self, alone.stderr, ["DLT launcher : Proxy : NOT connected to DSA Diagnostic Data Distribution\n",
+                                      "DLT_LAUNCHER Launcher: start without DLT LOG...\n"])
+        # The search's handler runs only once the service has been offered: the launcher's
+        # own monitor offer, seen on the discovery group, must not call it.
+        for text in ("switch ON DLT logging", "Callback for LAUD_startFindService", "Service stopped", "no proxy"):
+            self.assertNotIn(text, alone.stderr)
+
+        adaptive.wait_ready(1)
+        quiet = adaptive.inside(QUIET)
+        self.assertEqual(os.pread(quiet, 64, 0), b"0\n")
+        created = time.monotonic_ns()
+        os.close(adaptive.inside(MARKER, os.O_CREAT | os.O_WRONLY))
+        adaptive.wait_for(lambda: all(adaptive.starts(name) for name in DLT_NAMES), "the chain by the marker")
+        adaptive.wait_for(lambda: os.pread(quiet, 64, 0) == b"1 \n", "the console quieted")
+        delay = (min(int(r["start"][0]) for r in adaptive.record("dlt-daemon").values()) - created) / 1e9
+        self.assertLess(delay, 6.5, "the marker file is consulted about every 5 s")
+        adaptive.wait_ready(2)
+        adaptive.stop(5.0)
+        self.assertEqual((os.pread(quiet, 64, 0), adaptive.ready_count()), (b"0 \n", 2))
+        os.close(quiet)
+        for name, argv in (("dlt-daemon", ["-c", "/etc/dlt_ara_adaptive_vm.conf"]),
+                           ("dltproxyd", ["-c", "/data/target/etc/adaptive/ara_DLT/dlt_proxy.json"]), ("dlt-system", [])):
+            self.assertEqual([(r["argv"], r["env"]) for r in adaptive.record(name).values()],
+                             [(["/usr/bin/" + name] + argv, env(RUN + "ara_DLT/dlt_launch_daemon", "dlt-daemon-container"))])
+        in_order(self, adaptive.stderr, [
+            "DLT_LAUNCHER Launcher: start without DLT LOG...\n",
+            "Launcher: switch ON DLT logging by Debug file ; dlt_pm_flag/updated = true\n"
+            "DLT Launcher: send DTC; flag = 1 DTC=FAIL\n", "STOP DLT LAUNCHER ...\n"])
+        self.assertIn("Launcher: switch DLT logging by file ; DLT-flag = 1\n", adaptive.stderr)
+        self.assertNotIn("DTL launcher : Unsubscribe from DSA notification", adaptive.stderr)
+
+        # On the emulator: its own configuration, and the console is left alone.
+        qemu.wait_ready(2)
+        quiet = qemu.inside(QUIET)
+        qemu.stop(5.0)
+        self.assertEqual(os.pread(quiet, 64, 0), b"untouched\n")
+        os.close(quiet)
+        self.assertEqual([r["argv"] for r in qemu.record("dlt-daemon").values()],
+                         [["/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_qemu.conf"]])
+        for run in (adaptive, qemu):
+            self.assertNotIn("Cannot read virtual console file", run.stderr)
+
+        # All three share the log daemon's notification socket, so none says READY: after
+        # the fourth failed start the launcher waits for a flag change, with nothing running.
+        never.wait_for(lambda: never.starts() == 4, "four starts of dlt-daemon", 40)
+        never.wait_for(lambda: not set(DLT_NAMES) & set(never.names()), "the failed chain stopped")
+        quiet_until = time.monotonic() + 1.0
+        while time.monotonic() < quiet_until:
+            self.assertEqual(never.starts(), 4, "a start after the fourth failure")
+            time.sleep(0.05)
+        never.stop(5.0)
+        starts = sorted(int(r["start"][0]) for r in never.record("dlt-daemon").values())
+        gaps = [(later - earlier) / 1e9 - 3.0 for earlier, later in zip(starts, starts[1:])]
+        self.assertTrue(all(0.1 < gap < 0.8 for gap in gaps), "pauses beyond the 3 s wait: %s" % gaps)
+        text = never.stderr
+        self.assertEqual([text.count("[LS_DLT]: dlt_daemon is not ready reached time out\n"),
+                          text.count("Launcher: Starting failed. Terminating\n"),
+                          text.count("DLT_LAUNCHER  DLT Launcher start procs had failed, but retry soon ...\n")],
+                         [4, 4, 3], text[-1500:])
+        self.assertGreater(text.index("but retry if dlt flag changes ...\n"), text.rindex("but retry soon ...\n"))
 
 
 if __name__ == "__main__":
-    run_cases(main()[1])
+    parser = argparse.ArgumentParser(add_help=False)
+    for name in ("--launcher", "--standin", "--offer"):
+        parser.add_argument(name, required=True, type=os.path.abspath)
+    known, rest = parser.parse_known_args()
+    LAUNCHER, STANDIN, OFFER = known.launcher, known.standin, known.offer
+    probe = subprocess.run(["bwrap", "--unshare-uts", "--unshare-pid", "--ro-bind", "/", "/", "true"],
+                           stderr=subprocess.PIPE) if os.geteuid() == 0 and shutil.which("bwrap") else None
+    if probe is None or probe.returncode != 0:
+        print("SKIPPED: needs root and a bwrap that can create namespaces", file=sys.stderr)
+        sys.exit(77)
+    program = unittest.main(argv=[sys.argv[0]] + rest, verbosity=2, exit=False)
+    if not program.result.wasSuccessful():
+        for run in RUNS:  # what each sandbox printed, for a failure that did not say
+            print("--- %s: status %s\n%s" % (run.label, run.process.poll(), run.stderr[-800:]), file=sys.stderr)
+    sys.exit(0 if program.result.wasSuccessful() else 1)
