@@ -28,8 +28,14 @@ exec systemd-nspawn -q -D root -b --register=no --keep-unit --link-journal=no --
 
 
 def read(path):
-    with open(path) as handle:
+    with open(path) if os.path.exists(path) else open(os.devnull) as handle:
         return handle.read()
+
+
+def write(path, text):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    with open(path, "w") as handle:
+        handle.write(text)
 
 
 def wait_for(what, condition, seconds):
@@ -50,10 +56,11 @@ class Container:
         os.mkdir(self.cgroup)
         self.log = tempfile.TemporaryFile("w+")
         test.addCleanup(self.destroy)
+        environment = dict(os.environ, SYSTEMD_NSPAWN_UNIFIED_HIERARCHY="1")
         self.nspawn = subprocess.Popen(["unshare", "-m", "--propagation", "private", "sh", "-c", BOOT, "boot",
                                         self.store, *init_arguments], stdin=subprocess.DEVNULL, stdout=self.log,
-                                       stderr=subprocess.STDOUT, preexec_fn=self.join_cgroup,
-                                       env=dict(os.environ, SYSTEMD_NSPAWN_UNIFIED_HIERARCHY="1"))
+                                       stderr=subprocess.STDOUT, env=environment,
+                                       preexec_fn=lambda: write(self.cgroup + "/cgroup.procs", "0"))
         procs = os.path.join(self.cgroup, "payload", "init.scope", "cgroup.procs")
         self.pid = wait_for("the container's init", lambda: os.path.exists(procs) and read(procs).split(), 30)[0]
         wait_for("the service manager's socket", lambda: os.path.exists(self.path("/run/systemd/private")), 30)
@@ -61,10 +68,6 @@ class Container:
         self.log.seek(0)
         test.assertIn(state, ("running", "degraded"), self.log.read()[-3000:])
         self.run("apt-get", "install", "-y", DEB, check=True, timeout=120)
-
-    def join_cgroup(self):
-        with open(os.path.join(self.cgroup, "cgroup.procs"), "w") as procs:
-            procs.write("0")
 
     def run(self, *command, timeout=30, check=False):
         result = subprocess.run(["nsenter", "-t", self.pid, "-a", *command], stdout=subprocess.PIPE,
@@ -77,23 +80,18 @@ class Container:
     def path(self, path):
         return "/proc/%s/root%s" % (self.pid, path)
 
-    def write(self, path, text):
-        os.makedirs(os.path.dirname(self.path(path)), exist_ok=True)
-        with open(self.path(path), "w") as handle:
-            handle.write(text)
-
     def show(self, unit, *names):
         out = self.run("systemctl", "show", unit, *("-p" + name for name in names), check=True).stdout
         return dict(line.split("=", 1) for line in out.splitlines() if "=" in line)
 
-    def standin(self, name, control):
-        self.run("cp", STANDIN, "/usr/bin/" + name, check=True)
-        self.write("/run/strata-standin/%s.conf" % name, control)
+    def standin(self, control, *names):
+        for name in names:
+            self.run("cp", STANDIN, "/usr/bin/" + name, check=True)
+            write(self.path("/run/strata-standin/%s.conf" % name), control)
 
     def record(self, name):
         # Lines "pid key value..." of a stand-in's record, split.
-        path = self.path("/run/strata-standin/%s.record" % name)
-        return [line.split() for line in read(path).splitlines()] if os.path.exists(path) else []
+        return [line.split() for line in read(self.path("/run/strata-standin/%s.record" % name)).splitlines()]
 
     def alive(self, pid):
         return self.run("kill", "-0", str(pid)).returncode == 0
@@ -103,8 +101,7 @@ class Container:
 
     def destroy(self):
         try:
-            with open(os.path.join(self.cgroup, "cgroup.kill"), "w") as kill:
-                kill.write("1")
+            write(self.cgroup + "/cgroup.kill", "1")
             wait_for("the container's end", lambda: "populated 0" in read(self.cgroup + "/cgroup.events"), 20)
             self.nspawn.wait(timeout=20)
         finally:
@@ -120,12 +117,10 @@ class SystemTest(unittest.TestCase):
         box = Container(self, "strata.partition=vm_java")
         self.assertEqual(box.run("systemctl", "is-enabled", "strata-launcher@0.service",
                                  "strata-partition-hostname.service").stdout.split(), ["disabled", "static"])
-        for kind in ("ara_Com", "ara_DLT", "ara_PHM", "ara_UdpNm"):
-            self.assertTrue(os.path.isdir(box.path("/run/adaptive/" + kind)), kind)
+        self.assertEqual(sorted(os.listdir(box.path("/run/adaptive"))), ["ara_Com", "ara_DLT", "ara_PHM", "ara_UdpNm"])
         verify = box.run("systemd-analyze", "verify", "strata-launcher@0.service", "strata-partition-hostname.service")
         # Units of this machine that come along (its dlt-daemon.service) may have their own remarks.
-        remarks = [line for line in verify.stdout.splitlines() if "strata" in line]
-        self.assertEqual((verify.returncode, remarks), (0, []))
+        self.assertEqual((verify.returncode, [x for x in verify.stdout.splitlines() if "strata" in x]), (0, []))
         self.assertEqual(box.run("man", "--warnings", "-w", "strata-launcher").stdout.strip(),
                          "/usr/share/man/man8/strata-launcher.8.gz")
         files = [path for path in box.run("dpkg", "-L", "strata-launcher", check=True).stdout.split()
@@ -134,8 +129,8 @@ class SystemTest(unittest.TestCase):
         self.assertIn("strata-launcher", programs)
         self.assertFalse(programs & {"com_daemon", "dlt-daemon", "dltproxyd", "dlt-system", "quor_phmd", "quor_udpnmd"})
 
-        box.write("/etc/strata/partition", "# this partition\nvm_adaptive\n")
-        box.standin("com_daemon", "ready = 1500\n")
+        write(box.path("/etc/strata/partition"), "# this partition\nvm_adaptive\n")
+        box.standin("ready = 1500\n", "com_daemon")
         unit = "strata-launcher@0.service"
         begin = time.monotonic()
         box.run("systemctl", "start", unit, check=True)
@@ -147,7 +142,7 @@ class SystemTest(unittest.TestCase):
         self.assertTrue(0 <= ready_to_active < 1.0, ready_to_active)
         # The daemon dies, then the launcher is killed: each time the unit comes back, and
         # no daemon is left behind the killed launcher.
-        box.write("/run/strata-standin/com_daemon.conf", "ready = now\n")
+        write(box.path("/run/strata-standin/com_daemon.conf"), "ready = now\n")
         for restarts, victim in ((1, "daemon"), (2, "launcher")):
             daemon = max(int(fields[0]) for fields in box.record("com_daemon"))
             box.run("kill", "-KILL", str(daemon if victim == "daemon" else shown["MainPID"]), check=True)
@@ -167,10 +162,9 @@ class SystemTest(unittest.TestCase):
 
         # The manager signals the DLT launcher alone and has nothing left to kill: the
         # launcher ends its three daemons in its own order.
-        box.write("/data/target/etc/adaptive/ara_DLT/DLTActivation", "")
+        write(box.path("/data/target/etc/adaptive/ara_DLT/DLTActivation"), "")
         names = ("dlt-daemon", "dltproxyd", "dlt-system")
-        for name in names:
-            box.standin(name, "")
+        box.standin("", *names)
         box.run("systemctl", "start", "strata-launcher@1.service", check=True)
         wait_for("the DLT daemons", lambda: all(box.record(name) for name in names), 30)
         box.run("systemctl", "stop", "strata-launcher@1.service", check=True)
@@ -180,7 +174,7 @@ class SystemTest(unittest.TestCase):
         self.assertNotIn("Killing process", box.journal("strata-launcher@1.service"))
 
         # A daemon ignoring SIGTERM: the manager's stop limit of 5 s ends the wait.
-        box.standin("quor_phmd", "ignore_term = yes\n")
+        box.standin("ignore_term = yes\n", "quor_phmd")
         unit = "strata-launcher@2.service"
         box.run("systemctl", "start", unit, check=True)
         cgroup = box.path("/sys/fs/cgroup" + box.show(unit, "ControlGroup")["ControlGroup"])
@@ -193,7 +187,7 @@ class SystemTest(unittest.TestCase):
         self.assertEqual(box.show(unit, "ActiveState")["ActiveState"], "failed")
         self.assertRegex(box.journal(unit), r"Killing process \d+ \(quor_phmd\) with signal SIGKILL")
         # The next start gets past the socket that the killed launcher left; a clean stop removes it.
-        box.write("/run/strata-standin/quor_phmd.conf", "")
+        write(box.path("/run/strata-standin/quor_phmd.conf"), "")
         for action in ("start", "stop"):
             box.run("systemctl", action, unit, check=True)
 
@@ -217,8 +211,7 @@ class PartitionHostnameTest(unittest.TestCase):
                 ("strata.partition=VM_JAVA", "vm_java\n", 1, "is no partition"),
                 ("ro", "# nothing\n", 1, "no partition name")]:
             for name, text in (("cmdline", cmdline), ("partition", config)):
-                with open(os.path.join(directory, name), "w") as handle:
-                    handle.write(text)
+                write(os.path.join(directory, name), text)
             result = subprocess.run(["unshare", "--uts", "sh", "-c", '"$0" "$@" && hostname', HOSTNAME_TOOL,
                                      "--cmdline", directory + "/cmdline", "--config", directory + "/partition"],
                                     stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=10)
