@@ -1,0 +1,181 @@
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+
+#include "process/daemon_handler.hpp"
+#include "process/process_factory.hpp"
+#include "process/system_call_api.hpp"
+#include "tests/mocks/mock_system_call_api.hpp"
+
+using testing::_;
+using testing::HasSubstr;
+
+namespace {
+
+// Sends one datagram per payload from a socket whose blocking sends give up after 2 s;
+// returns how many went out.
+int send_datagrams(const std::string& path, const std::vector<std::string>& payloads)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const timeval patience{2, 0};
+    (void)::setsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof(patience));
+    sockaddr_un address{AF_UNIX, {}};
+    std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+    int sent = 0;
+    for (const std::string& payload : payloads) {
+        if (::sendto(descriptor, payload.data(), payload.size(), 0, reinterpret_cast<const sockaddr*>(&address),
+                     sizeof(address)) <= 0) {
+            break;
+        }
+        ++sent;
+    }
+    ::close(descriptor);
+    return sent;
+}
+
+// Polled: the factory offers no event for the end of its child.
+bool ended_within_5_s(Process_factory& factory)
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (factory.is_running() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return !factory.is_running();
+}
+
+class SupervisionProcess : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        char name[] = "/tmp/strata-notify-XXXXXX";
+        ASSERT_NE(::mkdtemp(name), nullptr);
+        directory = name;
+    }
+    void TearDown() override { (void)std::system(("rm -rf '" + directory + "'").c_str()); }
+
+    System_call_api system_call;
+    std::string directory;
+};
+
+// Queued before the wait, an oversized datagram is cut and a status ignored; the stale file
+// of an earlier run is replaced; a long path is cut, and that file goes with the handler.
+TEST_F(SupervisionProcess, NotifySocket_ReadsQueuedDatagramsAndRemovesItsFile)
+{
+    const std::string path = (directory + "/") + std::string(120 - directory.size() - 1, 'n');
+    const std::string cut = path.substr(0, 107);
+    std::ofstream(cut) << "left by an earlier run";
+    {
+        Daemon_handler handler(path, &system_call);
+        ASSERT_TRUE(handler.init_socket_for_notify());
+        struct stat information {};
+        EXPECT_TRUE(::stat(cut.c_str(), &information) == 0 && S_ISSOCK(information.st_mode));
+        ASSERT_EQ(send_datagrams(cut, {std::string(6000, 'z'), "STATUS=loading manifests", "READY=1"}), 3);
+        testing::internal::CaptureStderr();
+        EXPECT_TRUE(handler.get_ready_child(3));
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    HasSubstr("Daemon_handler: Getting message :" + std::string(4096, 'z') + "\n"
+                              "Daemon_handler: Getting message :STATUS=loading manifests\n"));
+    }
+    EXPECT_NE(::access(cut.c_str(), F_OK), 0);
+}
+
+// A daemon keeps notifying after READY with blocking sends; the socket's queue holds about
+// ten datagrams, so without a reader the eleventh send would block.
+TEST_F(SupervisionProcess, NotificationsAfterReadinessNeverBlockTheDaemon)
+{
+    const std::string path = directory + "/launch_daemon";
+    Daemon_handler handler(path, &system_call);
+    ASSERT_TRUE(handler.init_socket_for_notify());
+    ASSERT_EQ(send_datagrams(path, {"READY=1"}), 1);
+    testing::internal::CaptureStderr();
+    ASSERT_TRUE(handler.get_ready_child(0));
+    (void)testing::internal::GetCapturedStderr();
+    EXPECT_EQ(send_datagrams(path, std::vector<std::string>(1000, "STATUS=serving\nWATCHDOG=1")), 1000);
+}
+
+// A strategy stopping a child that never started asks to signal pid -1; 0 and negative pids
+// name process groups, every process included. Signal 0 keeps a broken guard harmless here.
+TEST(SystemCallApi, NeverSignalsAProcessGroup)
+{
+    System_call_api system_call;
+    for (const pid_t pid : {pid_t{0}, pid_t{-1}, -::getpgrp()}) {
+        errno = 0;
+        EXPECT_EQ(system_call.kill(pid, 0), -1) << pid;
+        EXPECT_EQ(errno, EINVAL) << pid;
+    }
+    EXPECT_EQ(system_call.kill(::getpid(), 0), 0);
+}
+
+TEST_F(SupervisionProcess, Factory_RunningUntilTheKilledChildIsReapedAndDestructionWaits)
+{
+    pid_t child = -1;
+    testing::internal::CaptureStderr();
+    {
+        Process_factory factory(&system_call);
+        std::vector<std::string> arguments{"sleep", "100"};
+        child = factory.create_process("/bin/sleep", arguments, {});
+        ASSERT_GT(child, 0);
+        EXPECT_TRUE(factory.is_running());
+        ASSERT_EQ(system_call.kill(child, SIGKILL), 0);
+        EXPECT_TRUE(ended_within_5_s(factory));
+    }
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("child process " + std::to_string(child) + " terminated. Status: 9\n"));
+    testing::internal::CaptureStderr();
+    const auto start = std::chrono::steady_clock::now();
+    {
+        Process_factory factory(&system_call);
+        std::vector<std::string> arguments{"sleep", "0.3"};
+        child = factory.create_process("/bin/sleep", arguments, {});
+    }
+    (void)testing::internal::GetCapturedStderr();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+    // Already reaped by the factory: nothing is left to wait for.
+    EXPECT_EQ(::waitpid(child, nullptr, WNOHANG), -1);
+}
+
+void ignore_signal(int) {}
+
+// The launcher's own handler is installed when it forks; a termination that hits the child
+// before execve must reach the daemon, not be swallowed by that handler.
+TEST_F(SupervisionProcess, Factory_TerminationArrivingBeforeExecReachesTheChild)
+{
+    struct sigaction handler {};
+    struct sigaction previous {};
+    handler.sa_handler = ignore_signal;
+    ASSERT_EQ(::sigaction(SIGTERM, &handler, &previous), 0);
+    testing::NiceMock<Mock_system_call_api> early_signal;
+    ON_CALL(early_signal, fork()).WillByDefault([this] {
+        const pid_t pid = system_call.fork();
+        return pid == 0 ? (void)::raise(SIGTERM), pid : pid;
+    });
+    ON_CALL(early_signal, execve(_, _, _)).WillByDefault([](const char* path, char* const* argv, char* const* envp) {
+        return ::execve(path, argv, envp);
+    });
+    ON_CALL(early_signal, waitpid(_, _, _)).WillByDefault(::waitpid);
+    ON_CALL(early_signal, create_thread(_, _)).WillByDefault([this](void* (*function)(void*), void* argument) {
+        return system_call.create_thread(function, argument);
+    });
+    testing::internal::CaptureStderr();
+    pid_t child = -1;
+    {
+        Process_factory factory(&early_signal);
+        std::vector<std::string> arguments{"true"};
+        child = factory.create_process("/bin/true", arguments, {});
+        EXPECT_TRUE(ended_within_5_s(factory));
+    }
+    const std::string text = testing::internal::GetCapturedStderr();
+    (void)::sigaction(SIGTERM, &previous, nullptr);
+    EXPECT_THAT(text, HasSubstr("child process " + std::to_string(child) + " terminated. Status: 15\n"));
+}
+
+}  // namespace
