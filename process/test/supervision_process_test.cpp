@@ -82,7 +82,8 @@ TEST_F(SupervisionProcess, NotifySocket_ReadsQueuedDatagramsAndRemovesItsFile)
         testing::internal::CaptureStderr();
         EXPECT_TRUE(handler.get_ready_child(3));
         EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                    HasSubstr("Daemon_handler: Getting message :" + std::string(4096, 'z') + "\n"
+                    HasSubstr("Daemon_handler: Getting message :" + std::string(4096, 'z') +
+                              "\n"
                               "Daemon_handler: Getting message :STATUS=loading manifests\n"));
     }
     EXPECT_NE(::access(cut.c_str(), F_OK), 0);

@@ -152,7 +152,8 @@ TEST_F(Supervision, Wait_IgnoresOtherTextsAndFindsReadyAnywhereInTheDatagram)
     EXPECT_THAT(testing::internal::GetCapturedStderr(),
                 HasSubstr("Daemon_handler: Getting message :STATUS=starting\nDaemon_handler: Getting message :\n"
                           "Daemon_handler: Getting message :STATUS=up\nREADY=1\nMAINPID=7\n"
-                          "[Daemon_handler]: get child_ready from " + notify_path + "\n"));
+                          "[Daemon_handler]: get child_ready from " +
+                          notify_path + "\n"));
 }
 
 TEST_F(Supervision, Signals_TerminationIsTrueOnDeliveryAndKillReturnsTheRawResult)
@@ -165,8 +166,9 @@ TEST_F(Supervision, Signals_TerminationIsTrueOnDeliveryAndKillReturnsTheRawResul
     EXPECT_EQ(handler.send_kill(321), 0);
     EXPECT_EQ(handler.send_kill(321), -1);
     // No line end of its own: the caller's next message completes the line.
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "[Daemon_handler]: send_termination signal to the PID :321"
-                                                      "[Daemon_handler]: send_termination signal to the PID :321");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "[Daemon_handler]: send_termination signal to the PID :321"
+              "[Daemon_handler]: send_termination signal to the PID :321");
 }
 
 TEST_F(Supervision, ForkFailureOrNoApi_MinusOneAndNoChild)
@@ -176,9 +178,10 @@ TEST_F(Supervision, ForkFailureOrNoApi_MinusOneAndNoChild)
     EXPECT_CALL(api, create_thread(_, _)).Times(0);
     EXPECT_CALL(api, execve(_, _, _)).Times(0);
     EXPECT_EQ(create({}, {}, &api), -1);
-    EXPECT_EQ(text, "LAUNCHER PROCESS PATH: /usr/bin/dlt-daemon\nLAUNCHER Process_factory: fork done childPID= -1\n"
-                    "LAUNCHER ERROR: Process_factory: cannot fork new process and returning -1\n"
-                    "Process_factory:create process Fork PID= -1FINAL\n");
+    EXPECT_EQ(text,
+              "LAUNCHER PROCESS PATH: /usr/bin/dlt-daemon\nLAUNCHER Process_factory: fork done childPID= -1\n"
+              "LAUNCHER ERROR: Process_factory: cannot fork new process and returning -1\n"
+              "Process_factory:create process Fork PID= -1FINAL\n");
 }
 
 // Empty arguments become the path alone; whatever execve returns is reported and the
