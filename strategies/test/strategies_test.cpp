@@ -58,20 +58,8 @@ Lines environment(const std::string& socket, const std::string& instance)
 
 Lines com_line(const std::string& address, const std::string& interface_name, const Lines& rest)
 {
-    return Lines{"/usr/bin/com_daemon",
-                 "-c",
-                 "255",
-                 "-i",
-                 address,
-                 "-n",
-                 interface_name,
-                 "-e",
-                 "/var/run/adaptive/ara_Com/ara_com_sm",
-                 "--log_mode",
-                 "remote",
-                 "--log_level",
-                 "info"} +
-           rest;
+    const Lines options{"-c", "255", "-i", address, "-n", interface_name, "-e", "/var/run/adaptive/ara_Com/ara_com_sm"};
+    return Lines{"/usr/bin/com_daemon"} + options + Lines{"--log_mode", "remote", "--log_level", "info"} + rest;
 }
 
 // The system as the strategies see it. Forks hand out pids from 4101 unless a test queued
@@ -140,13 +128,12 @@ Strategy make(Arguments... arguments)
     return strategy;
 }
 
-template <typename Kind>
-std::function<Strategy()> maker(std::uint8_t partition)
-{
-    return [partition] { return make<Kind>(partition); };
-}
-
-const std::function<Strategy()> complex = [] { return make<Launcher_strategy_COM_complex>(); };
+using Complex = Launcher_strategy_COM_complex;
+using Daemon = Launcher_strategy_COM_daemon;
+using Dlt = Launcher_strategy_DLT;
+using Phm = Launcher_strategy_PHM;
+using Simple = Launcher_strategy_COM_simple;
+using Udpnm = Launcher_strategy_UDPNM;
 
 class Strategies : public testing::Test {
 protected:
@@ -161,6 +148,42 @@ protected:
         addresses.entries = {{"netns0", "fe80::1", 3}, {"eth1", "fd00::9", 0}, {"netns0", "fd00::5", 0}};
         addresses.fails = false;
     }
+
+    // Runs the strategy up to its child's execve; returns what preparing it wrote.
+    std::string expect_run(Strategy strategy, const Lines& argv, const Lines& envp)
+    {
+        api.fork_results = {0};
+        api.execs.clear();
+        testing::internal::CaptureStderr();
+        EXPECT_TRUE(strategy->prepare(&api, nullptr));
+        const std::string errors = testing::internal::GetCapturedStderr();
+        (void)strategy->start();
+        EXPECT_EQ(api.execs.at(0), std::make_tuple(argv.front(), argv, envp));
+        return errors;
+    }
+
+    // Prepares twice, as a retried start does, starts and stops; a child that never was is
+    // not signalled.
+    void expect_failure(Strategy strategy, std::deque<pid_t> forks, bool prepared, bool started,
+                        const std::string& text, bool bind_fails = false)
+    {
+        System system;
+        system.fork_results = forks;
+        EXPECT_CALL(system, fork()).Times(static_cast<int>(forks.size()));
+        EXPECT_CALL(system, recvmsg(_, _, _)).Times(0);
+        ON_CALL(system, bind(_, _, _)).WillByDefault(Return(bind_fails ? -1 : 0));
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(strategy->prepare(&system, nullptr), prepared);
+        EXPECT_EQ(strategy->prepare(&system, nullptr), prepared);
+        EXPECT_EQ(prepared && strategy->start(), started);
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(text));
+        EXPECT_CALL(system, kill(testing::Le(0), _)).Times(testing::AnyNumber());
+        EXPECT_CALL(system, kill(testing::Gt(0), _))
+            .Times(forks.size() > 1 ? testing::AnyNumber() : testing::Exactly(0));
+        strategy->stop();
+        strategy.reset();
+    }
+
     System api;
 };
 
@@ -169,21 +192,20 @@ TEST_F(Strategies, KindAndPartitionSelectTheStrategy)
     for (std::uint8_t partition : {vm_adaptive, vm_java, vm_housekeeping, qemu_arm64}) {
         const auto kind = [partition](std::uint8_t type) {
             Strategy strategy(Launcher_strategy_interface::createLauncherStrategy({type, partition}));
-            Launcher_strategy_interface& made = *strategy;
+            const Launcher_strategy_interface& made = *strategy;
             return std::string(typeid(made).name());
         };
-        EXPECT_EQ(kind(COM), typeid(Launcher_strategy_COM_daemon).name());
-        EXPECT_EQ(kind(DLT), typeid(Launcher_strategy_DLT).name());
-        EXPECT_EQ(kind(PHM), typeid(Launcher_strategy_PHM).name());
-        EXPECT_EQ(kind(UDPNM), typeid(Launcher_strategy_UDPNM).name());
-        EXPECT_EQ(kind(COM_BRIDGE), partition == vm_housekeeping ? typeid(Launcher_strategy_COM_complex).name()
-                                                                 : typeid(Launcher_strategy_COM_simple).name());
+        EXPECT_EQ(kind(COM), typeid(Daemon).name());
+        EXPECT_EQ(kind(DLT), typeid(Dlt).name());
+        EXPECT_EQ(kind(PHM), typeid(Phm).name());
+        EXPECT_EQ(kind(UDPNM), typeid(Udpnm).name());
+        EXPECT_EQ(kind(COM_BRIDGE), partition == vm_housekeeping ? typeid(Complex).name() : typeid(Simple).name());
     }
 }
 
-// What each daemon is run with, seen on the child's side of fork. Without its
-// configuration the log daemon still runs, on its defaults; the emulator's watchdog is
-// never trusted.
+// What each daemon is run with. Without its configuration the log daemon still runs, on its
+// defaults; the emulator's watchdog is never trusted; each security library is looked for on
+// its own, and without manifests the dummy one is used.
 TEST_F(Strategies, CommandLinesAndEnvironments)
 {
     const Lines com = environment(" ", "com-daemon-1-container");
@@ -191,206 +213,82 @@ TEST_F(Strategies, CommandLinesAndEnvironments)
     const Lines nm = environment("/var/run/adaptive/ara_UdpNm/udpnm-daemon-1-container", "udpnm-daemon-1-container");
     const Lines phm = environment("/var/run/adaptive/ara_PHM/phm_launch_daemon", "phm-daemon-container");
     const Lines found{"-m", manifests + "b.json", "-m", manifests + "a.json", "-m", manifests + "a.json.bak"};
-    const std::tuple<std::function<Strategy()>, int, Lines, Lines> cases[] = {
-        {maker<Launcher_strategy_COM_simple>(vm_adaptive), 0,
-         com_line("fd4e:91a2:5c0:3::106", "eth0.3", iam + tls + found), com},
-        {maker<Launcher_strategy_COM_simple>(qemu_arm64), 0, com_line("fd00::5", "netns0", found), com},
-        {maker<Launcher_strategy_DLT>(vm_adaptive),
-         0,
-         {"/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_adaptive_vm.conf"},
-         dlt},
-        {maker<Launcher_strategy_DLT>(vm_java), 0, {"/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_java_vm.conf"}, dlt},
-        {maker<Launcher_strategy_DLT>(vm_housekeeping),
-         0,
-         {"/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_hk_vm.conf"},
-         dlt},
-        {maker<Launcher_strategy_DLT>(qemu_arm64), 0, {"/usr/bin/dlt-daemon", "-c", "/etc/dlt_ara_qemu.conf"}, dlt},
-        {[] {
-             reader.entries["/etc/"] = {"hosts"};
-             return make<Launcher_strategy_DLT>(vm_java);
-         },
-         0,
-         {"/usr/bin/dlt-daemon"},
-         dlt},
-        {maker<Launcher_strategy_UDPNM>(vm_adaptive),
-         0,
-         {"/usr/bin/quor_udpnmd", "-c", udpnm + "quor_udpnm_vosk1_sys01.json"},
-         nm},
-        {maker<Launcher_strategy_UDPNM>(vm_java),
-         0,
-         {"/usr/bin/quor_udpnmd", "-c", udpnm + "quor_udpnm_vosk1_sys02.json"},
-         nm},
-        {maker<Launcher_strategy_UDPNM>(qemu_arm64), 0, {"/usr/bin/quor_udpnmd", "-c", udpnm + "quor_udpnm.json"}, nm},
-        {maker<Launcher_strategy_PHM>(vm_java), -1, {"/usr/bin/quor_phmd", "--autostart", "--dummy_watchdog"}, phm},
-        {maker<Launcher_strategy_PHM>(vm_housekeeping), 0, {"/usr/bin/quor_phmd", "--autostart"}, phm},
-        {maker<Launcher_strategy_PHM>(qemu_arm64), 0, {"/usr/bin/quor_phmd", "--autostart", "--dummy_watchdog"}, phm},
-        {maker<Launcher_strategy_PHM>(partition_unknown), -1, {"/usr/bin/quor_phmd", "--autostart"}, phm}};
-    for (const auto& [make_strategy, watchdog, argv, envp] : cases) {
-        SetUp();
-        api.fork_results = {0};
-        ON_CALL(api, stat(testing::StrEq("/dev/watchdog"), _)).WillByDefault(Return(watchdog));
-        Strategy strategy = make_strategy();
-        ASSERT_TRUE(strategy->prepare(&api, nullptr));
-        (void)strategy->start();
-        ASSERT_FALSE(api.execs.empty());
-        EXPECT_EQ(std::get<0>(api.execs.back()), argv.front());
-        EXPECT_EQ(std::get<1>(api.execs.back()), argv);
-        EXPECT_EQ(std::get<2>(api.execs.back()), envp);
-        api.execs.clear();
-    }
+    const Lines dummy{"-m", "/etc/adaptive/someip_dummy.json"};
+    const Lines dltd{"/usr/bin/dlt-daemon", "-c"};
+    const Lines nmd{"/usr/bin/quor_udpnmd", "-c"};
+    const Lines phmd{"/usr/bin/quor_phmd", "--autostart"};
+    expect_run(make<Simple>(vm_adaptive), com_line("fd4e:91a2:5c0:3::106", "eth0.3", iam + tls + found), com);
+    expect_run(make<Simple>(qemu_arm64), com_line("fd00::5", "netns0", found), com);
+    expect_run(make<Dlt>(vm_adaptive), dltd + Lines{"/etc/dlt_ara_adaptive_vm.conf"}, dlt);
+    expect_run(make<Dlt>(vm_java), dltd + Lines{"/etc/dlt_ara_java_vm.conf"}, dlt);
+    expect_run(make<Dlt>(vm_housekeeping), dltd + Lines{"/etc/dlt_ara_hk_vm.conf"}, dlt);
+    expect_run(make<Dlt>(qemu_arm64), dltd + Lines{"/etc/dlt_ara_qemu.conf"}, dlt);
+    expect_run(make<Udpnm>(vm_adaptive), nmd + Lines{udpnm + "quor_udpnm_vosk1_sys01.json"}, nm);
+    expect_run(make<Udpnm>(vm_java), nmd + Lines{udpnm + "quor_udpnm_vosk1_sys02.json"}, nm);
+    expect_run(make<Udpnm>(qemu_arm64), nmd + Lines{udpnm + "quor_udpnm.json"}, nm);
+    expect_run(make<Phm>(vm_java), phmd + Lines{"--dummy_watchdog"}, phm);
+    expect_run(make<Phm>(partition_unknown), phmd, phm);
+    ON_CALL(api, stat(testing::StrEq("/dev/watchdog"), _)).WillByDefault(Return(0));
+    expect_run(make<Phm>(vm_housekeeping), phmd, phm);
+    expect_run(make<Phm>(qemu_arm64), phmd + Lines{"--dummy_watchdog"}, phm);
+    reader.entries = {{"/usr/lib/", {"libvosk1_iam.so.1"}}};
+    EXPECT_THAT(expect_run(make<Simple>(vm_java), com_line("fd4e:91a2:5c0:4::107", "eth0.4", iam + dummy), com),
+                HasSubstr("Not adding --tls_shared_lib and --tls_manifest!\n"));
+    reader.entries = {{"/usr/lib/", {"libtls_manager_botan.so.1.2"}}};
+    EXPECT_THAT(expect_run(make<Simple>(vm_java), com_line("fd4e:91a2:5c0:4::107", "eth0.4", tls + dummy), com),
+                HasSubstr("library /usr/lib//libvosk1_iam.so.1 not exists!\nNot adding --iam_shared_lib!\n"));
+    expect_run(make<Dlt>(vm_java), {"/usr/bin/dlt-daemon"}, dlt);
 }
 
-// Each security library is looked for on its own; without manifests the dummy one is used.
-TEST_F(Strategies, ComSimple_EachSecurityLibraryOnItsOwn)
-{
-    for (const auto& [libraries, options] :
-         {std::pair<Lines, Lines>{{}, {}}, {{"libvosk1_iam.so.1"}, iam}, {{"libtls_manager_botan.so.1.2"}, tls}}) {
-        reader.entries = {{"/usr/lib/", libraries}};
-        api.fork_results = {0};
-        testing::internal::CaptureStderr();
-        Strategy strategy = make<Launcher_strategy_COM_simple>(vm_java);
-        ASSERT_TRUE(strategy->prepare(&api, nullptr));
-        const std::string errors = testing::internal::GetCapturedStderr();
-        EXPECT_TRUE(strategy->start());
-        EXPECT_EQ(errors.find("Not adding --iam_shared_lib!\n") == std::string::npos, options == iam);
-        EXPECT_EQ(errors.find("Not adding --tls_shared_lib and --tls_manifest!\n") == std::string::npos,
-                  options == tls);
-        EXPECT_THAT(errors, HasSubstr(options == iam ? "library /usr/lib//libtls_manager_botan.so.1 not exists!\n"
-                                                     : "library /usr/lib//libvosk1_iam.so.1 not exists!\n"));
-        EXPECT_EQ(std::get<1>(api.execs.back()),
-                  com_line("fd4e:91a2:5c0:4::107", "eth0.4", options + Lines{"-m", "/etc/adaptive/someip_dummy.json"}));
-    }
-}
-
-// Only a global address on the emulator's interface will do; without one prepare still
-// succeeds and start reports it.
-TEST_F(Strategies, ComSimple_AddressesOrTheirAbsence)
-{
-    const std::tuple<std::uint8_t, bool, bool, const char*> cases[] = {
-        {qemu_arm64, true, false, "Cannot get network interface of qemu.\n"},
-        {vm_housekeeping, false, false, "Unknown partition. Terminating.\n"},
-        {qemu_arm64, false, true, ""}};
-    addresses.entries = {{"netns0", "fe80::1", 2}, {"eth1", "fd00::9", 0}};
-    for (const auto& [partition, list_fails, prepared, text] : cases) {
-        addresses.fails = list_fails;
-        Strategy strategy = make<Launcher_strategy_COM_simple>(partition);
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(strategy->prepare(&api, nullptr), prepared);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), text);
-        EXPECT_FALSE(prepared && strategy->start());
-    }
-    EXPECT_CALL(api, fork()).Times(0);
-    EXPECT_FALSE(Launcher_strategy_COM_simple(vm_adaptive).prepare(nullptr, nullptr));
-}
-
-struct Failure {
-    std::function<Strategy()> make;
-    std::deque<pid_t> forks;
-    bool bind_fails;
-    bool prepared;
-    bool started;
-    std::string text;
-    int fork_calls;
-};
-
-// A failed fork or notify socket, or a missing configuration, each with its text. The
-// companions of a log daemon that never started are not started either, nor the bridge
-// daemon on VLAN 1 after a failure on VLAN 0; an unawaited daemon "starts" anyway. A second
-// preparation (a retried start) comes to the same verdict and frees the first one's records.
+// Each with its text. The companions of a log daemon that never started are not started
+// either, nor the bridge daemon on VLAN 1 after a failure on VLAN 0; an unawaited daemon
+// "starts" anyway, and so does one on a partition that runs none. Without a global address
+// on the emulator's interface prepare succeeds, and start fails.
 TEST_F(Strategies, FailuresAreReportedAndStopSignalsNobody)
 {
-    const Failure cases[] = {
-        {maker<Launcher_strategy_COM_simple>(vm_adaptive), {-1}, false, true, true, "", 1},
-        {complex, {-1}, false, true, false, "[LS_COM_C]: com_vlan0_daemon cannot fork\n", 1},
-        {complex, {4101, -1}, false, true, false, "[LS_COM_C]: SOME/IP daemon vlan0/1 can't be started\n", 2},
-        {maker<Launcher_strategy_PHM>(vm_java), {-1}, false, true, false, "[LS_PHM]: phm_daemon can't be created\n", 1},
-        {maker<Launcher_strategy_UDPNM>(vm_java),
-         {-1},
-         false,
-         true,
-         false,
-         "[LS_UDPNM]: UdpNM daemon can't be created\n",
-         1},
-        {maker<Launcher_strategy_DLT>(vm_java), {-1}, false, true, false, "", 1},
-        {maker<Launcher_strategy_COM_daemon>(vm_adaptive),
-         {},
-         true,
-         false,
-         false,
-         "[LS_COM_S]: init_socket_for_notify failed\n",
-         0},
-        {maker<Launcher_strategy_DLT>(vm_java),
-         {},
-         true,
-         false,
-         false,
-         "LauncherStrategyDLT : init_socket_for_notify failed\n",
-         0},
-        {maker<Launcher_strategy_UDPNM>(vm_adaptive),
-         {},
-         true,
-         false,
-         false,
-         "LauncherStrategyUDPNM : init_socket_for_notify failed\n",
-         0},
-        {[] {
-             reader.entries.erase(udpnm);
-             return make<Launcher_strategy_UDPNM>(vm_adaptive);
-         },
-         {},
-         false,
-         false,
-         false,
-         "Launcher_strategy_UDPNM : directory " + udpnm + " doesn't exist \n",
-         0},
-        {[] {
-             reader.entries[udpnm] = {"quor_udpnm_vosk1_sys01.json"};
-             return make<Launcher_strategy_UDPNM>(vm_housekeeping);
-         },
-         {},
-         false,
-         false,
-         false,
-         "Launcher_strategy_UDPNM : config file= " + udpnm + "quor_udpnm.json is NOT available\n",
-         0}};
-    for (const Failure& c : cases) {
-        SetUp();
-        System system;
-        system.fork_results = c.forks;
-        EXPECT_CALL(system, fork()).Times(c.fork_calls);
-        EXPECT_CALL(system, recvmsg(_, _, _)).Times(0);
-        ON_CALL(system, bind(_, _, _)).WillByDefault(Return(c.bind_fails ? -1 : 0));
-        Strategy strategy = c.make();
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(strategy->prepare(&system, nullptr), c.prepared);
-        EXPECT_EQ(strategy->prepare(&system, nullptr), c.prepared);
-        EXPECT_EQ(c.prepared && strategy->start(), c.started);
-        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(c.text)) << c.text;
-        EXPECT_CALL(system, kill(testing::Le(0), _)).Times(testing::AnyNumber());
-        EXPECT_CALL(system, kill(testing::Gt(0), _))
-            .Times(c.forks.size() > 1 ? testing::AnyNumber() : testing::Exactly(0));
-        strategy->stop();
-    }
+    expect_failure(make<Simple>(vm_adaptive), {-1}, true, true, "");
+    expect_failure(make<Complex>(), {-1}, true, false, "[LS_COM_C]: com_vlan0_daemon cannot fork\n");
+    expect_failure(make<Complex>(), {4101, -1}, true, false, "[LS_COM_C]: SOME/IP daemon vlan0/1 can't be started\n");
+    expect_failure(make<Phm>(vm_java), {-1}, true, false, "[LS_PHM]: phm_daemon can't be created\n");
+    expect_failure(make<Udpnm>(vm_java), {-1}, true, false, "[LS_UDPNM]: UdpNM daemon can't be created\n");
+    expect_failure(make<Dlt>(vm_java), {-1}, true, false, "");
+    expect_failure(make<Udpnm>(vm_housekeeping), {}, true, true,
+                   "[LS_UDPNM]: Not starting UdpNM daemon on HK partition, but keep strata-launcher running...\n");
+    expect_failure(make<Daemon>(vm_adaptive), {}, false, false, "[LS_COM_S]: init_socket_for_notify failed\n", true);
+    expect_failure(make<Dlt>(vm_java), {}, false, false, "LauncherStrategyDLT : init_socket_for_notify failed\n", true);
+    expect_failure(make<Udpnm>(vm_java), {}, false, false, "LauncherStrategyUDPNM : init_socket_for_notify failed\n",
+                   true);
+    expect_failure(make<Simple>(vm_housekeeping), {}, false, false, "Unknown partition. Terminating.\n");
+    addresses.entries = {{"netns0", "fe80::1", 2}, {"eth1", "fd00::9", 0}};
+    expect_failure(make<Simple>(qemu_arm64), {}, true, false, "");
+    addresses.fails = true;
+    expect_failure(make<Simple>(qemu_arm64), {}, false, false, "Cannot get network interface of qemu.\n");
+    reader.entries[udpnm] = {"quor_udpnm_vosk1_sys01.json"};
+    expect_failure(make<Udpnm>(vm_housekeeping), {}, false, false,
+                   "Launcher_strategy_UDPNM : config file= " + udpnm + "quor_udpnm.json is NOT available\n");
+    reader.entries.clear();
+    expect_failure(make<Udpnm>(vm_java), {}, false, false,
+                   "Launcher_strategy_UDPNM : directory " + udpnm + " doesn't exist \n");
+    EXPECT_FALSE(make<Simple>(vm_adaptive)->prepare(nullptr, nullptr));
 }
 
 // A ready daemon that ignores the termination is probed until it is gone; the health
 // manager's daemon is only probed, never killed.
 TEST_F(Strategies, StopTerminatesThenProbesUntilTheChildIsGone)
 {
-    const std::pair<std::function<Strategy()>, int> cases[] = {
-        {maker<Launcher_strategy_COM_daemon>(vm_java), SIGKILL},
-        {maker<Launcher_strategy_COM_simple>(vm_adaptive), SIGKILL},
-        {maker<Launcher_strategy_UDPNM>(vm_adaptive), SIGKILL},
-        {maker<Launcher_strategy_PHM>(vm_adaptive), 0}};
-    for (const auto& [make_strategy, probe] : cases) {
+    std::pair<Strategy, int> cases[] = {{make<Daemon>(vm_java), SIGKILL},
+                                        {make<Simple>(vm_adaptive), SIGKILL},
+                                        {make<Udpnm>(vm_adaptive), SIGKILL},
+                                        {make<Phm>(vm_adaptive), 0}};
+    for (auto& [strategy, probe] : cases) {
         System system;
         testing::InSequence order;
         EXPECT_CALL(system, kill(4101, SIGTERM)).WillOnce(Return(0));
         EXPECT_CALL(system, kill(4101, probe)).WillOnce(Return(0)).WillOnce(Return(-1));
-        Strategy strategy = make_strategy();
         ASSERT_TRUE(strategy->prepare(&system, nullptr));
         ASSERT_TRUE(strategy->start());
         strategy->stop();
+        strategy.reset();
     }
 }
 
@@ -403,7 +301,7 @@ TEST_F(Strategies, ComComplex_StopKillsOnlyAChildTheTerminationDidNotReach)
         EXPECT_CALL(system, kill(4101, SIGTERM)).WillOnce(Return(vlan0_gone ? -1 : 0));
         EXPECT_CALL(system, kill(4102, SIGTERM)).WillOnce(Return(0));
         EXPECT_CALL(system, kill(4101, SIGKILL)).Times(vlan0_gone ? 1 : 0);
-        Strategy strategy = make<Launcher_strategy_COM_complex>();
+        Strategy strategy = make<Complex>();
         ASSERT_TRUE(strategy->prepare(&system, nullptr));
         ASSERT_TRUE(strategy->start());
         testing::internal::CaptureStderr();
@@ -418,7 +316,7 @@ TEST_F(Strategies, ComComplex_StopKillsOnlyAChildTheTerminationDidNotReach)
 TEST_F(Strategies, Dlt_CompanionsShareTheEnvironmentAndTheirFailuresAreReported)
 {
     api.fork_results = {4101, 0, 0};
-    Strategy strategy = make<Launcher_strategy_DLT>(vm_adaptive);
+    Strategy strategy = make<Dlt>(vm_adaptive);
     ASSERT_TRUE(strategy->prepare(&api, nullptr));
     EXPECT_CALL(api, recvmsg(_, _, _)).Times(0);
     testing::internal::CaptureStderr();
@@ -427,10 +325,8 @@ TEST_F(Strategies, Dlt_CompanionsShareTheEnvironmentAndTheirFailuresAreReported)
                 HasSubstr("[LS_DLT]: dlt proxy daemon is not able to start\n"
                           "[LS_DLT]: dlt system daemon is not able to start\n"));
     const Lines envp = environment("/var/run/adaptive/ara_DLT/dlt_launch_daemon", "dlt-daemon-container");
-    EXPECT_EQ(
-        api.execs.at(0),
-        std::make_tuple(std::string("/usr/bin/dltproxyd"),
-                        Lines{"/usr/bin/dltproxyd", "-c", "/data/target/etc/adaptive/ara_DLT/dlt_proxy.json"}, envp));
+    const Lines proxy{"/usr/bin/dltproxyd", "-c", "/data/target/etc/adaptive/ara_DLT/dlt_proxy.json"};
+    EXPECT_EQ(api.execs.at(0), std::make_tuple(proxy[0], proxy, envp));
     EXPECT_EQ(api.execs.at(1), std::make_tuple(std::string("/usr/bin/dlt-system"), Lines{"/usr/bin/dlt-system"}, envp));
 }
 
@@ -453,7 +349,7 @@ TEST_F(Strategies, Dlt_ConsoleQuietWhileRunningAndAnyLeftoverProxyEnded)
             }
         }
         EXPECT_CALL(system, system("killall -s 15 dltproxyd"));
-        Strategy strategy = make<Launcher_strategy_DLT>(partition);
+        Strategy strategy = make<Dlt>(partition);
         ASSERT_TRUE(strategy->prepare(&system, nullptr));
         testing::internal::CaptureStderr();
         EXPECT_TRUE(strategy->start());
@@ -462,31 +358,16 @@ TEST_F(Strategies, Dlt_ConsoleQuietWhileRunningAndAnyLeftoverProxyEnded)
         strategy->stop();
         seen << std::ifstream(quiet).rdbuf();
         EXPECT_EQ(seen.str(), contents);
-        EXPECT_EQ(
-            testing::internal::GetCapturedStderr().find("Cannot read virtual console file at st") != std::string::npos,
-            partition == vm_housekeeping);
+        const std::string errors = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(errors.find("Cannot read virtual console file at st") != std::string::npos,
+                  partition == vm_housekeeping);
     }
     (void)::unlink(quiet.c_str());
 }
 
-TEST_F(Strategies, Udpnm_OnHousekeepingStartsNothingAndSignalsNoChild)
-{
-    Strategy strategy = make<Launcher_strategy_UDPNM>(vm_housekeeping);
-    ASSERT_TRUE(strategy->prepare(&api, nullptr));
-    EXPECT_CALL(api, fork()).Times(0);
-    EXPECT_CALL(api, kill(testing::Gt(0), _)).Times(0);
-    EXPECT_CALL(api, kill(-1, _)).Times(testing::AnyNumber());
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(strategy->start());
-    strategy->stop();
-    EXPECT_THAT(
-        testing::internal::GetCapturedStderr(),
-        HasSubstr("[LS_UDPNM]: Not starting UdpNM daemon on HK partition, but keep strata-launcher running...\n"));
-}
-
 TEST_F(Strategies, Phm_SocketIsBoundAtStartNotAtPrepare)
 {
-    Strategy strategy = make<Launcher_strategy_PHM>(vm_java);
+    Strategy strategy = make<Phm>(vm_java);
     EXPECT_CALL(api, bind(_, _, _)).Times(0);
     EXPECT_TRUE(strategy->prepare(&api, nullptr));
     testing::Mock::VerifyAndClearExpectations(&api);
@@ -504,13 +385,11 @@ TEST_F(Strategies, OnlyTheDltStrategyWritesThroughTheFacadeAndProgressStaysOffTh
 {
     ScopedRecordingBackend facade;
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(complex()->start());
-    for (const auto& make_strategy :
-         {maker<Launcher_strategy_COM_daemon>(qemu_arm64), maker<Launcher_strategy_COM_simple>(qemu_arm64),
-          maker<Launcher_strategy_UDPNM>(qemu_arm64), maker<Launcher_strategy_PHM>(qemu_arm64), complex,
-          maker<Launcher_strategy_DLT>(qemu_arm64)}) {
+    EXPECT_FALSE(make<Complex>()->start());
+    Strategy all[] = {make<Daemon>(qemu_arm64), make<Simple>(qemu_arm64), make<Udpnm>(qemu_arm64),
+                      make<Phm>(qemu_arm64),    make<Complex>(),          make<Dlt>(qemu_arm64)};
+    for (Strategy& strategy : all) {
         EXPECT_THAT(facade.log->texts(), testing::IsEmpty());
-        Strategy strategy = make_strategy();
         ASSERT_TRUE(strategy->prepare(&api, nullptr));
         (void)strategy->start();
         strategy->stop();
