@@ -119,56 +119,48 @@ TEST(SystemCallApi, NeverSignalsAProcessGroup)
     EXPECT_EQ(system_call.kill(::getpid(), 0), 0);
 }
 
-TEST_F(SupervisionProcess, Factory_RunningUntilTheKilledChildIsReaped)
-{
-    pid_t child = -1;
-    testing::internal::CaptureStderr();
-    {
-        Process_factory factory(&system_call);
-        std::vector<std::string> arguments{"sleep", "100"};
-        child = factory.create_process("/bin/sleep", arguments, {});
-        ASSERT_GT(child, 0);
-        EXPECT_TRUE(factory.is_running());
-        ASSERT_EQ(system_call.kill(child, SIGKILL), 0);
-        EXPECT_TRUE(ended_within_5_s(factory));
-    }
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                HasSubstr("child process " + std::to_string(child) + " terminated. Status: 9\n"));
-}
-
 void ignore_signal(int) {}
 
-// The launcher's own handler is installed when it forks; a termination that hits the child
-// before execve must reach the daemon, not be swallowed by that handler.
-TEST_F(SupervisionProcess, Factory_TerminationArrivingBeforeExecReachesTheChild)
+// A child killed while running, and one hit by a termination before execve: that must reach
+// it, not the handler the launcher had installed when it forked.
+TEST_F(SupervisionProcess, Factory_ReportsHowTheChildEndedAndWhileItRuns)
 {
     struct sigaction handler {};
     struct sigaction previous {};
     handler.sa_handler = ignore_signal;
     ASSERT_EQ(::sigaction(SIGTERM, &handler, &previous), 0);
     testing::NiceMock<Mock_system_call_api> early_signal;
-    ON_CALL(early_signal, fork()).WillByDefault([this] {
-        const pid_t pid = system_call.fork();
+    ON_CALL(early_signal, fork()).WillByDefault([] {
+        const pid_t pid = ::fork();
         return pid == 0 ? (void)::raise(SIGTERM), pid : pid;
     });
-    ON_CALL(early_signal, execve(_, _, _)).WillByDefault([](const char* path, char* const* argv, char* const* envp) {
-        return ::execve(path, argv, envp);
-    });
+    ON_CALL(early_signal, execve(_, _, _)).WillByDefault(::execve);
     ON_CALL(early_signal, waitpid(_, _, _)).WillByDefault(::waitpid);
     ON_CALL(early_signal, create_thread(_, _)).WillByDefault([this](void* (*function)(void*), void* argument) {
         return system_call.create_thread(function, argument);
     });
-    testing::internal::CaptureStderr();
-    pid_t child = -1;
-    {
-        Process_factory factory(&early_signal);
-        std::vector<std::string> arguments{"true"};
-        child = factory.create_process("/bin/true", arguments, {});
-        EXPECT_TRUE(ended_within_5_s(factory));
+    for (System_call_api_interface* api : {static_cast<System_call_api_interface*>(&system_call),
+                                           static_cast<System_call_api_interface*>(&early_signal)}) {
+        pid_t child = -1;
+        testing::internal::CaptureStderr();
+        {
+            Process_factory factory(api);
+            std::vector<std::string> arguments{"sleep", "100"};
+            child = factory.create_process("/bin/sleep", arguments, {});
+            if (api == &system_call) {
+                EXPECT_TRUE(factory.is_running());
+                EXPECT_EQ(system_call.kill(child, SIGKILL), 0);
+            }
+            if (!ended_within_5_s(factory)) {
+                ADD_FAILURE() << "child " << child << " still running";
+                (void)system_call.kill(child, SIGKILL);
+            }
+        }
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    HasSubstr("child process " + std::to_string(child) +
+                              " terminated. Status: " + (api == &system_call ? "9\n" : "15\n")));
     }
-    const std::string text = testing::internal::GetCapturedStderr();
     (void)::sigaction(SIGTERM, &previous, nullptr);
-    EXPECT_THAT(text, HasSubstr("child process " + std::to_string(child) + " terminated. Status: 15\n"));
 }
 
 }  // namespace
