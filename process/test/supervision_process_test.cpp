@@ -136,9 +136,7 @@ TEST_F(SupervisionProcess, Factory_ReportsHowTheChildEndedAndWhileItRuns)
     });
     ON_CALL(early_signal, execve(_, _, _)).WillByDefault(::execve);
     ON_CALL(early_signal, waitpid(_, _, _)).WillByDefault(::waitpid);
-    ON_CALL(early_signal, create_thread(_, _)).WillByDefault([this](void* (*function)(void*), void* argument) {
-        return system_call.create_thread(function, argument);
-    });
+    ON_CALL(early_signal, create_thread(_, _)).WillByDefault(real_thread);
     for (System_call_api_interface* api : {static_cast<System_call_api_interface*>(&system_call),
                                            static_cast<System_call_api_interface*>(&early_signal)}) {
         pid_t child = -1;

@@ -22,15 +22,6 @@ namespace {
 const std::string notify_path = "/run/test/ara_COM/com_launch_daemon";
 constexpr int receive_flags = MSG_DONTWAIT | MSG_TRUNC | MSG_CMSG_CLOEXEC;
 
-Lines strings(char* const* list)
-{
-    Lines result;
-    for (; *list != nullptr; ++list) {
-        result.emplace_back(*list);
-    }
-    return result;
-}
-
 class Supervision : public testing::Test {
 protected:
     void SetUp() override
@@ -39,9 +30,7 @@ protected:
         ON_CALL(api, socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)).WillByDefault([] {
             return ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         });
-        ON_CALL(api, create_thread(_, _)).WillByDefault([](void* (*function)(void*), void* argument) {
-            return new std::thread(function, argument);
-        });
+        ON_CALL(api, create_thread(_, _)).WillByDefault(real_thread);
     }
 
     // Runs create_process and returns its result; the factory is gone, its lines complete.
@@ -70,20 +59,6 @@ protected:
     Daemon_handler handler{notify_path, &api};
     std::string text;
 };
-
-TEST_F(Supervision, Init_ReportsSocketAndBindErrors)
-{
-    for (const bool socket_fails : {true, false}) {
-        Daemon_handler failing(notify_path, &api);
-        EXPECT_CALL(api, socket(_, _, _)).WillOnce(Return(socket_fails ? -1 : ::open("/dev/null", O_RDONLY)));
-        ON_CALL(api, bind(_, _, _)).WillByDefault(Return(-1));
-        EXPECT_CALL(api, bind(_, _, _)).Times(socket_fails ? 0 : 1);
-        testing::internal::CaptureStderr();
-        EXPECT_FALSE(failing.init_socket_for_notify());
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  socket_fails ? "[Daemon_handler]: socket error\n" : "[Daemon_handler]: bind error\n");
-    }
-}
 
 // The first socket is closed once, not leaked, and the second one is the one read.
 TEST_F(Supervision, SecondInitClosesTheFirstSocketAndKeepsTheSecond)
@@ -117,18 +92,6 @@ TEST_F(Supervision, Wait_ReceivesOncePerPollUntilTheLimit)
     }
 }
 
-TEST_F(Supervision, Signals_TerminationIsTrueOnDeliveryAndKillReturnsTheRawResult)
-{
-    EXPECT_CALL(api, kill(321, SIGTERM)).WillOnce(Return(0)).WillOnce(Return(-1));
-    EXPECT_CALL(api, kill(321, SIGKILL)).WillOnce(Return(0)).WillOnce(Return(-1));
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(handler.send_termination(321));
-    EXPECT_FALSE(handler.send_termination(321));
-    EXPECT_EQ(handler.send_kill(321), 0);
-    EXPECT_EQ(handler.send_kill(321), -1);
-    (void)testing::internal::GetCapturedStderr();
-}
-
 TEST_F(Supervision, ForkFailureOrNoApi_MinusOneAndNoChild)
 {
     EXPECT_EQ(create({}, {}, nullptr), -1);
@@ -150,8 +113,8 @@ TEST_F(Supervision, ChildSide_ArgumentsEnvironmentAndExecveResult)
         EXPECT_CALL(api, fork()).WillOnce(Return(0));
         EXPECT_CALL(api, execve(testing::StrEq("/usr/bin/dlt-daemon"), _, _))
             .WillOnce([&argv = argv, result = result](const char*, char* const* seen_argv, char* const* envp) {
-                EXPECT_EQ(strings(seen_argv), argv);
-                EXPECT_EQ(strings(envp), (Lines{"NOTIFY_SOCKET=/tmp/x", "A=b"}));
+                EXPECT_EQ(argv_strings(seen_argv), argv);
+                EXPECT_EQ(argv_strings(envp), (Lines{"NOTIFY_SOCKET=/tmp/x", "A=b"}));
                 return result;
             });
         EXPECT_EQ(create(arguments, {"NOTIFY_SOCKET=/tmp/x", "A=b"}, &api), -1);

@@ -40,15 +40,6 @@ Lines operator+(Lines first, const Lines& second)
     return first;
 }
 
-Lines strings(char* const* list)
-{
-    Lines result;
-    for (; *list != nullptr; ++list) {
-        result.emplace_back(*list);
-    }
-    return result;
-}
-
 Lines environment(const std::string& socket, const std::string& instance)
 {
     return {"PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", "NOTIFY_SOCKET=" + socket,
@@ -74,7 +65,7 @@ public:
         });
         ON_CALL(*this, waitpid(_, _, _)).WillByDefault([](pid_t pid, int* status, int) { return *status = 0, pid; });
         ON_CALL(*this, execve(_, _, _)).WillByDefault([this](const char* path, char* const* argv, char* const* envp) {
-            execs.push_back({path, strings(argv), strings(envp)});
+            execs.push_back({path, argv_strings(argv), argv_strings(envp)});
             return errno = ENOENT, -1;
         });
         // Not open in this process: the handler's poll and close find nothing to do with it.
@@ -84,9 +75,7 @@ public:
         });
         ON_CALL(*this, kill(_, _)).WillByDefault([](pid_t, int) { return errno = ESRCH, -1; });
         ON_CALL(*this, stat(_, _)).WillByDefault(Return(-1));
-        ON_CALL(*this, create_thread(_, _)).WillByDefault([](void* (*function)(void*), void* argument) {
-            return new std::thread(function, argument);
-        });
+        ON_CALL(*this, create_thread(_, _)).WillByDefault(real_thread);
         ON_CALL(*this, get_quiet_file_path()).WillByDefault(Return("/nonexistent/quiet"));
     }
     std::deque<pid_t> fork_results;
@@ -251,6 +240,9 @@ TEST_F(Strategies, FailuresAreReportedAndStopSignalsNobody)
     expect_failure(make<Phm>(vm_java), {-1}, true, false, "[LS_PHM]: phm_daemon can't be created\n");
     expect_failure(make<Udpnm>(vm_java), {-1}, true, false, "[LS_UDPNM]: UdpNM daemon can't be created\n");
     expect_failure(make<Dlt>(vm_java), {-1}, true, false, "");
+    expect_failure(
+        make<Dlt>(vm_java), {4101, -1, -1}, true, false,
+        "[LS_DLT]: dlt proxy daemon is not able to start\n[LS_DLT]: dlt system daemon is not able to start\n");
     expect_failure(make<Udpnm>(vm_housekeeping), {}, true, true,
                    "[LS_UDPNM]: Not starting UdpNM daemon on HK partition, but keep strata-launcher running...\n");
     expect_failure(make<Daemon>(vm_adaptive), {}, false, false, "[LS_COM_S]: init_socket_for_notify failed\n", true);
@@ -310,23 +302,6 @@ TEST_F(Strategies, ComComplex_StopKillsOnlyAChildTheTerminationDidNotReach)
                   vlan0_gone);
         EXPECT_THAT(errors, Not(testing::AnyOf(HasSubstr("Time out"), HasSubstr("com_vlan1_daemon"))));
     }
-}
-
-TEST_F(Strategies, Dlt_CompanionsShareTheEnvironmentAndTheirFailuresAreReported)
-{
-    api.fork_results = {4101, 0, 0};
-    Strategy strategy = make<Dlt>(vm_adaptive);
-    ASSERT_TRUE(strategy->prepare(&api, nullptr));
-    EXPECT_CALL(api, recvmsg(_, _, _)).Times(0);
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(strategy->start());
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                HasSubstr("[LS_DLT]: dlt proxy daemon is not able to start\n"
-                          "[LS_DLT]: dlt system daemon is not able to start\n"));
-    const Lines envp = environment("/var/run/adaptive/ara_DLT/dlt_launch_daemon", "dlt-daemon-container");
-    const Lines proxy{"/usr/bin/dltproxyd", "-c", "/data/target/etc/adaptive/ara_DLT/dlt_proxy.json"};
-    EXPECT_EQ(api.execs.at(0), std::make_tuple(proxy[0], proxy, envp));
-    EXPECT_EQ(api.execs.at(1), std::make_tuple(std::string("/usr/bin/dlt-system"), Lines{"/usr/bin/dlt-system"}, envp));
 }
 
 // The console is quiet while the log daemon runs and verbose again after it (logging off);
