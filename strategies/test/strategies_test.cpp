@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -76,7 +75,6 @@ public:
         ON_CALL(*this, kill(_, _)).WillByDefault([](pid_t, int) { return errno = ESRCH, -1; });
         ON_CALL(*this, stat(_, _)).WillByDefault(Return(-1));
         ON_CALL(*this, create_thread(_, _)).WillByDefault(real_thread);
-        ON_CALL(*this, get_quiet_file_path()).WillByDefault(Return("/nonexistent/quiet"));
     }
     std::deque<pid_t> fork_results;
     std::vector<std::tuple<std::string, Lines, Lines>> execs;  // path, argv, envp
@@ -178,16 +176,16 @@ protected:
 TEST_F(Strategies, KindAndPartitionSelectTheStrategy)
 {
     for (std::uint8_t partition : {vm_adaptive, vm_java, vm_housekeeping, qemu_arm64}) {
-        const auto kind = [partition](std::uint8_t type) {
+        const std::type_info& bridge = partition == vm_housekeeping ? typeid(Complex) : typeid(Simple);
+        for (const auto& [type, expected] : {std::pair<std::uint8_t, const std::type_info*>{COM, &typeid(Daemon)},
+                                             {DLT, &typeid(Dlt)},
+                                             {PHM, &typeid(Phm)},
+                                             {UDPNM, &typeid(Udpnm)},
+                                             {COM_BRIDGE, &bridge}}) {
             Strategy strategy(Launcher_strategy_interface::createLauncherStrategy({type, partition}));
             const Launcher_strategy_interface& made = *strategy;
-            return std::string(typeid(made).name());
-        };
-        EXPECT_EQ(kind(COM), typeid(Daemon).name());
-        EXPECT_EQ(kind(DLT), typeid(Dlt).name());
-        EXPECT_EQ(kind(PHM), typeid(Phm).name());
-        EXPECT_EQ(kind(UDPNM), typeid(Udpnm).name());
-        EXPECT_EQ(kind(COM_BRIDGE), partition == vm_housekeeping ? typeid(Complex).name() : typeid(Simple).name());
+            EXPECT_EQ(typeid(made), *expected) << int{type} << " on " << int{partition};
+        }
     }
 }
 
@@ -295,12 +293,7 @@ TEST_F(Strategies, ComComplex_StopKillsOnlyAChildTheTerminationDidNotReach)
         Strategy strategy = make<Complex>();
         ASSERT_TRUE(strategy->prepare(&system, nullptr));
         ASSERT_TRUE(strategy->start());
-        testing::internal::CaptureStderr();
         strategy->stop();
-        const std::string errors = testing::internal::GetCapturedStderr();
-        EXPECT_EQ(errors.find("[LS_COM_C]: Sending Kill signal to com_vlan0_daemon...\n") != std::string::npos,
-                  vlan0_gone);
-        EXPECT_THAT(errors, Not(testing::AnyOf(HasSubstr("Time out"), HasSubstr("com_vlan1_daemon"))));
     }
 }
 
