@@ -338,7 +338,8 @@ TEST_F(Strategies, Phm_SocketIsBoundAtStartNotAtPrepare)
 
 // The facade stays muted for the whole run, so only the DLT strategy, which must not log
 // through the platform log while it restarts it, may use it; everyone else's lines would be
-// lost. Progress lines never reach standard error, which is kept for failures.
+// lost. Progress lines never reach standard error, which is kept for failures, nor do the
+// texts that go to the platform log at error level.
 TEST_F(Strategies, OnlyTheDltStrategyWritesThroughTheFacadeAndProgressStaysOffTheConsole)
 {
     ScopedRecordingBackend facade;
@@ -354,9 +355,9 @@ TEST_F(Strategies, OnlyTheDltStrategyWritesThroughTheFacadeAndProgressStaysOffTh
     }
     const std::string console = testing::internal::GetCapturedStderr();
     for (const char* progress :
-         {"Launcher_strategy_COM", "[LS_COM_C]: Stopping", "com_daemon is ready", "[LS_COM]: ", "Launcher_strategy_PHM",
-          "=====", "is started", "stop PHM daemon", "Launcher_strategy_UDPNM", "command line ARGV", "still runinng",
-          "stop DTL", "Launcher_strategy_DLT : run", "Stop virtual console"}) {
+         {"Please prepare", "Launcher_strategy_COM", "[LS_COM_C]: Stopping", "com_daemon is ready",
+          "[LS_COM]: ", "Launcher_strategy_PHM", "=====", "is started", "stop PHM daemon", "Launcher_strategy_UDPNM",
+          "command line ARGV", "still runinng", "stop DTL", "Launcher_strategy_DLT : run", "Stop virtual console"}) {
         EXPECT_THAT(console, Not(HasSubstr(progress)));
     }
     EXPECT_THAT(facade.log->texts("debug"),
