@@ -158,14 +158,14 @@ protected:
         EXPECT_CALL(system, fork()).Times(static_cast<int>(forks.size()));
         EXPECT_CALL(system, recvmsg(_, _, _)).Times(0);
         ON_CALL(system, bind(_, _, _)).WillByDefault(Return(bind_fails ? -1 : 0));
+        EXPECT_CALL(system, kill(testing::Le(0), _)).Times(testing::AnyNumber());
+        EXPECT_CALL(system, kill(testing::Gt(0), _))
+            .Times(forks.size() > 1 ? testing::AnyNumber() : testing::Exactly(0));
         testing::internal::CaptureStderr();
         EXPECT_EQ(strategy->prepare(&system, nullptr), prepared);
         EXPECT_EQ(strategy->prepare(&system, nullptr), prepared);
         EXPECT_EQ(prepared && strategy->start(), started);
         EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(text));
-        EXPECT_CALL(system, kill(testing::Le(0), _)).Times(testing::AnyNumber());
-        EXPECT_CALL(system, kill(testing::Gt(0), _))
-            .Times(forks.size() > 1 ? testing::AnyNumber() : testing::Exactly(0));
         strategy->stop();
         strategy.reset();
     }
