@@ -11,9 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -64,7 +66,14 @@ public:
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
             pollfd readable{output_end, POLLIN, 0};
             char buffer[4096];
-            if (left.count() <= 0 || ::poll(&readable, 1, static_cast<int>(left.count())) != 1) {
+            if (left.count() <= 0) {
+                return false;
+            }
+            const int ready = ::poll(&readable, 1, static_cast<int>(left.count()));
+            if (ready == -1 && errno == EINTR) {
+                continue;
+            }
+            if (ready != 1) {
                 return false;
             }
             const ssize_t got = ::read(output_end, buffer, sizeof(buffer));
@@ -130,9 +139,19 @@ TEST(DltBackend, ErrorsReachThePrivateDaemonAndDebugOnlyAfterARemoteRaise)
     const std::string port = std::to_string(free_loopback_port());
     Spawned daemon({"/usr/bin/dlt-daemon", "-c", dir + "/dlt.conf", "-t", dir, "-p", port});
     ASSERT_TRUE(daemon.await("Listening on ip")) << daemon.output;
-    // Line-buffered, so that every message is read as soon as it arrives.
-    Spawned receiver({"/usr/bin/stdbuf", "-oL", "/usr/bin/dlt-receive", "-a", "-p", port, "127.0.0.1"});
-    ASSERT_TRUE(receiver.await("New client connection")) << receiver.output;
+    // Line-buffered, so that every message is read as soon as it arrives. The daemon prints
+    // that it listens a moment before it keeps its clients: one that it drops at once ends,
+    // and a new one is started until the daemon greets it.
+    std::unique_ptr<Spawned> connected;
+    for (const auto deadline = Clock::now() + std::chrono::seconds(10); !connected && Clock::now() < deadline;) {
+        auto attempt = std::make_unique<Spawned>(
+            std::vector<std::string>{"/usr/bin/stdbuf", "-oL", "/usr/bin/dlt-receive", "-a", "-p", port, "127.0.0.1"});
+        if (attempt->await("New client connection")) {
+            connected = std::move(attempt);
+        }
+    }
+    ASSERT_TRUE(connected) << "dlt-receive never greeted by the daemon: " << daemon.output;
+    Spawned& receiver = *connected;
     Spawned probe({LOG_PROBE_PATH, "raise"}, {"DLT_PIPE_DIR=" + dir, "DLT_DAEMON_TCP_PORT=" + port});
     ASSERT_TRUE(receiver.await("LAUC LAUN log error V 5 [error message from probe 42 1 1.5 end]")) << receiver.output;
     Spawned control({"/usr/bin/dlt-control", "-a", "LAUC", "-c", "LAUN", "-l", "5", "-p", port, "127.0.0.1"});
