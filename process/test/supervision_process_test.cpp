@@ -9,6 +9,8 @@
 
 #include <chrono>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <fstream>
 
 #include "process/daemon_handler.hpp"
@@ -68,12 +70,16 @@ protected:
 
 // Queued before the wait, an oversized datagram is cut and a status ignored, and READY=1 is
 // found among other lines; the stale file of an earlier run is replaced; a long path is cut,
-// and that file goes with the handler. After READY the socket is drained.
+// and that file and every descriptor go with the handler. After READY the socket is drained.
 TEST_F(SupervisionProcess, NotifySocket_ReadsUntilReadyThenDrainsAndRemovesItsFile)
 {
     const std::string path = (directory + "/") + std::string(120 - directory.size() - 1, 'n');
     const std::string cut = path.substr(0, 107);
     std::ofstream(cut) << "left by an earlier run";
+    const auto open_descriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
+    };
+    const auto descriptors_before = open_descriptors();
     {
         Daemon_handler handler(path, &system_call);
         ASSERT_TRUE(handler.init_socket_for_notify());
@@ -93,6 +99,8 @@ TEST_F(SupervisionProcess, NotifySocket_ReadsUntilReadyThenDrainsAndRemovesItsFi
         EXPECT_EQ(send_datagrams(cut, std::vector<std::string>(1000, "STATUS=serving\nWATCHDOG=1")), 1000);
     }
     EXPECT_NE(::access(cut.c_str(), F_OK), 0);
+    // The socket and the drain's wake-up pipe go with the handler.
+    EXPECT_EQ(open_descriptors(), descriptors_before);
 }
 
 // A strategy stopping a child that never started asks to signal pid -1; 0 and negative pids
