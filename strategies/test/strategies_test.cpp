@@ -205,7 +205,8 @@ TEST_F(Strategies, CommandLinesAndEnvironments)
     const Lines phmd{"/usr/bin/quor_phmd", "--autostart"};
     expect_run(make<Simple>(vm_adaptive), com_line("fd4e:91a2:5c0:3::106", "eth0.3", iam + tls + found), com);
     expect_run(make<Simple>(qemu_arm64), com_line("fd00::5", "netns0", found), com);
-    expect_run(make<Dlt>(vm_adaptive), dltd + Lines{"/etc/dlt_ara_adaptive_vm.conf"}, dlt);
+    EXPECT_EQ(expect_run(make<Dlt>(vm_adaptive), dltd + Lines{"/etc/dlt_ara_adaptive_vm.conf"}, dlt),
+              "Launcher_strategy_DLT :prepare...\n");
     expect_run(make<Dlt>(vm_java), dltd + Lines{"/etc/dlt_ara_java_vm.conf"}, dlt);
     expect_run(make<Dlt>(vm_housekeeping), dltd + Lines{"/etc/dlt_ara_hk_vm.conf"}, dlt);
     expect_run(make<Dlt>(qemu_arm64), dltd + Lines{"/etc/dlt_ara_qemu.conf"}, dlt);
@@ -223,7 +224,8 @@ TEST_F(Strategies, CommandLinesAndEnvironments)
     reader.entries = {{"/usr/lib/", {"libtls_manager_botan.so.1.2"}}};
     EXPECT_THAT(expect_run(make<Simple>(vm_java), com_line("fd4e:91a2:5c0:4::107", "eth0.4", tls + dummy), com),
                 HasSubstr("library /usr/lib//libvosk1_iam.so.1 not exists!\nNot adding --iam_shared_lib!\n"));
-    expect_run(make<Dlt>(vm_java), {"/usr/bin/dlt-daemon"}, dlt);
+    EXPECT_THAT(expect_run(make<Dlt>(vm_java), {"/usr/bin/dlt-daemon"}, dlt),
+                HasSubstr("LauncherStrategyDLT : get_dltconfig_file failed\n"));
 }
 
 // Each with its text. The companions of a log daemon that never started are not started
