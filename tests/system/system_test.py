@@ -177,12 +177,15 @@ class SystemTest(unittest.TestCase):
         box.standin("ignore_term = yes\n", "quor_phmd")
         unit = "strata-launcher@2.service"
         box.run("systemctl", "start", unit, check=True)
-        cgroup = box.path("/sys/fs/cgroup" + box.show(unit, "ControlGroup")["ControlGroup"])
+        shown = box.show(unit, "ControlGroup", "MainPID")
+        cgroup = box.path("/sys/fs/cgroup" + shown["ControlGroup"])
         begin = time.monotonic()
         box.run("systemctl", "stop", unit)
         stop = time.monotonic() - begin
         self.assertTrue(4.5 < stop < 10.0, "the stop limit of 5 s ends the wait: %.2f s" % stop)
         self.assertIn(["ignored", "15"], [fields[1:3] for fields in box.record("quor_phmd")])
+        # Only the launcher signals its daemon: the manager's SIGTERM went to the launcher alone.
+        self.assertEqual({fields[2] for fields in box.record("quor_phmd") if fields[1] == "sender"}, {shown["MainPID"]})
         self.assertFalse(os.path.exists(cgroup) and read(cgroup + "/cgroup.procs").split())
         self.assertEqual(box.show(unit, "ActiveState")["ActiveState"], "failed")
         self.assertRegex(box.journal(unit), r"Killing process \d+ \(quor_phmd\) with signal SIGKILL")

@@ -127,9 +127,11 @@ int open_signal_descriptor(sigset_t& signals)
 }
 
 // Whether the signal ends the daemon.
-bool handle_signal(int signal, const Standin_control& control, Standin_record& record)
+bool handle_signal(int signal, pid_t sender, const Standin_control& control, Standin_record& record)
 {
     record.timed_line("signal", std::to_string(signal));
+    // Who signalled: the launcher, or a service manager that went around it.
+    record.line("sender", std::to_string(sender));
     const bool terminating = signal == SIGTERM || signal == SIGINT || signal == SIGHUP || signal == SIGQUIT;
     if (terminating && control.ignore_term && (signal == SIGTERM || signal == SIGINT)) {
         record.line("ignored", std::to_string(signal));
@@ -184,7 +186,7 @@ int run(const Standin_control& control, Standin_record& record)
         }
         signalfd_siginfo info{};
         if (::read(signal_fd, &info, sizeof(info)) == static_cast<ssize_t>(sizeof(info)) &&
-            handle_signal(static_cast<int>(info.ssi_signo), control, record)) {
+            handle_signal(static_cast<int>(info.ssi_signo), static_cast<pid_t>(info.ssi_pid), control, record)) {
             die_by(static_cast<int>(info.ssi_signo), record);
         }
     }
