@@ -165,7 +165,16 @@ protected:
         EXPECT_EQ(strategy->prepare(&system, nullptr), prepared);
         EXPECT_EQ(strategy->prepare(&system, nullptr), prepared);
         EXPECT_EQ(prepared && strategy->start(), started);
-        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(text));
+        // Line by line, in order: a child's reaping thread may write between them.
+        const std::string written = testing::internal::GetCapturedStderr();
+        std::size_t from = 0;
+        for (std::size_t begin = 0, end = text.find('\n'); end != std::string::npos;
+             begin = end + 1, end = text.find('\n', begin)) {
+            const std::string line = text.substr(begin, end + 1 - begin);
+            const std::size_t found = written.find(line, from);
+            EXPECT_NE(found, std::string::npos) << line << "in:\n" << written;
+            from = found == std::string::npos ? from : found + line.size();
+        }
         strategy->stop();
         strategy.reset();
     }
