@@ -78,10 +78,11 @@ class Run:
         return read(self.log)
 
     def kill(self):
-        # A stop request that the sandbox passes on to the launcher; SIGKILL after 5 s.
+        # A stop request that the sandbox passes on to the launcher; a second one ends the
+        # sandbox at once, which still removes its files; SIGKILL, which leaves them, last.
         if self.control is not None:
             os.close(self.control)
-        for number in (signal.SIGTERM, signal.SIGKILL):
+        for number in (signal.SIGTERM, signal.SIGTERM, signal.SIGKILL):
             if self.process.poll() is None:
                 self.process.send_signal(number)
                 attempt(lambda: self.process.wait(timeout=5))
