@@ -24,12 +24,15 @@
 #include <vector>
 
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_proxy.hpp"
+#include "com/bench/process_figures.hpp"
 #include "vela/com/runtime/component_singleton.hpp"
 #include "vela/com/someip/message_header.hpp"
 #include "vela/com/someip/sd_message.hpp"
 #include "vela/dm/dem/diagnosticmonitor_skeleton.hpp"
 
 namespace {
+using bench::cpu_seconds;
+using bench::rss_kib;
 namespace someip = vela::com::someip;
 namespace ddd = lumo::services::diagnosticdatadistribution;
 using vela::com::runtime::Component_singleton;
@@ -37,26 +40,6 @@ using vela::com::runtime::Endpoint;
 using vela::com::runtime::InstanceSpecifier;
 using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<std::uint8_t>;
-
-double cpu_seconds()
-{
-    rusage usage{};
-    (void)getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-long rss_kib()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return std::atol(line.c_str() + 6);
-        }
-    }
-    return 0;
-}
 
 Endpoint endpoint(const std::string& address, std::uint16_t port)
 {

@@ -24,9 +24,12 @@
 
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_proxy.hpp"
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_skeleton.hpp"
+#include "com/bench/process_figures.hpp"
 #include "vela/com/runtime/component_singleton.hpp"
 
 namespace {
+using bench::cpu_seconds;
+using bench::rss_kib;
 namespace ddd = lumo::services::diagnosticdatadistribution;
 using Clock = std::chrono::steady_clock;
 using vela::com::runtime::Component_singleton;
@@ -36,26 +39,6 @@ std::uint64_t now_ns()
 {
     return static_cast<std::uint64_t>(
         std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count());
-}
-
-long rss_kib()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            return std::atol(line.c_str() + 6);
-        }
-    }
-    return 0;
-}
-
-double cpu_seconds()
-{
-    rusage usage{};
-    (void)getrusage(RUSAGE_SELF, &usage);
-    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
-           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 void report(const char* what, std::vector<double> micros)
