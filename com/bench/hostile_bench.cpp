@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_proxy.hpp"
+#include "com/bench/private_network.hpp"
 #include "com/bench/process_figures.hpp"
 #include "vela/com/runtime/component_singleton.hpp"
 #include "vela/com/someip/message_header.hpp"
@@ -31,6 +32,7 @@
 #include "vela/dm/dem/diagnosticmonitor_skeleton.hpp"
 
 namespace {
+using bench::bring_loopback_up;
 using bench::cpu_seconds;
 using bench::rss_kib;
 namespace someip = vela::com::someip;
@@ -299,16 +301,6 @@ void bench_forged_subscriptions(int barrier_fd, std::uint16_t& session)
                 rss_kib());
 }
 
-void bring_loopback_up()
-{
-    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ifreq request{};
-    std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    (void)::ioctl(fd, SIOCGIFFLAGS, &request);
-    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
-    (void)::ioctl(fd, SIOCSIFFLAGS, &request);
-    (void)::close(fd);
-}
 }  // namespace
 
 int main()

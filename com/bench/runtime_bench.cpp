@@ -24,10 +24,12 @@
 
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_proxy.hpp"
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_skeleton.hpp"
+#include "com/bench/private_network.hpp"
 #include "com/bench/process_figures.hpp"
 #include "vela/com/runtime/component_singleton.hpp"
 
 namespace {
+using bench::bring_loopback_up;
 using bench::cpu_seconds;
 using bench::rss_kib;
 namespace ddd = lumo::services::diagnosticdatadistribution;
@@ -91,17 +93,6 @@ int run_provider(int ready_fd)
     (void)!write(ready_fd, &offered_at, sizeof offered_at);
     pause();
     return 0;
-}
-
-void bring_loopback_up()
-{
-    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    ifreq request{};
-    std::strncpy(request.ifr_name, "lo", IFNAMSIZ - 1);
-    (void)::ioctl(fd, SIOCGIFFLAGS, &request);
-    request.ifr_flags = static_cast<short>(request.ifr_flags | IFF_UP);
-    (void)::ioctl(fd, SIOCSIFFLAGS, &request);
-    (void)::close(fd);
 }
 
 void bench_decode(std::size_t data_size)
