@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::log on the DLT user library: messages go to the DLT daemon, and the library filters
 // them by the context's log level, which the daemon's remote control can change at run time.
 #include <dlt/dlt.h>

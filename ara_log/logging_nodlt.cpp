@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ara::log for builds without a log daemon library: every operation does nothing.
 #include "ara/log/logging.hpp"
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Cross build for the ECU's arm64 application processors with Debian's cross toolchain
 # (g++-aarch64-linux-gnu) and the arm64 libraries installed side by side through
 # multiarch (scripts/setup --arm64). Used by scripts/cross-arm64:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_COMMON_LAUNCHER_TYPES_HPP
 #define STRATA_COMMON_LAUNCHER_TYPES_HPP
 

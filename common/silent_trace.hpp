@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_COMMON_SILENT_TRACE_HPP
 #define STRATA_COMMON_SILENT_TRACE_HPP
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dlt_activation/dlt_flag_file.hpp"
 
 #include <fcntl.h>

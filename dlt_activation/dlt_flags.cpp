@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dlt_activation/dlt_flags.hpp"
 
 // Every launcher kind starts with the flag set; the DLT launcher clears it in its

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_DLT_ACTIVATION_DLT_FLAGS_HPP
 #define STRATA_DLT_ACTIVATION_DLT_FLAGS_HPP
 

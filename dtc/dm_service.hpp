@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_DTC_DM_SERVICE_HPP
 #define STRATA_DTC_DM_SERVICE_HPP
 

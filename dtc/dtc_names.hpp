@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_DTC_DTC_NAMES_HPP
 #define STRATA_DTC_DTC_NAMES_HPP
 

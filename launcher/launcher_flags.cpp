@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "launcher/launcher_flags.hpp"
 
 std::atomic<bool> stop_flag{false};

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dlt_activation/dlt_activation_flag_observer.hpp"
 #include "launcher/main_launcher.hpp"
 #include "process/system_call_api.hpp"

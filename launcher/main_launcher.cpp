@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "launcher/main_launcher.hpp"
 
 #include "dlt_activation/i_dlt_activation_flag_observer.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "launcher/partition_detection.hpp"
 
 #include <map>

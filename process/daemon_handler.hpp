@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_PROCESS_DAEMON_HANDLER_HPP
 #define STRATA_PROCESS_DAEMON_HANDLER_HPP
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "process/system_call_api.hpp"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_PROCESS_SYSTEM_CALL_API_HPP
 #define STRATA_PROCESS_SYSTEM_CALL_API_HPP
 

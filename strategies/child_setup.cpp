@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "strategies/child_setup.hpp"
 
 #include <cerrno>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_STRATEGIES_CHILD_SETUP_HPP
 #define STRATA_STRATEGIES_CHILD_SETUP_HPP
 

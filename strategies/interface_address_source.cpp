@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "strategies/interface_address_source.hpp"
 
 #include <arpa/inet.h>

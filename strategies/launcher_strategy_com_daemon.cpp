@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "strategies/launcher_strategy_com_daemon.hpp"
 
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/ara_logging_adapter.hpp"
 
 AraLoggingAdapter::AraLoggingAdapter(StreamFactory factory) : stream_(factory()) {}

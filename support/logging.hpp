@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef STRATA_SUPPORT_LOGGING_HPP
 #define STRATA_SUPPORT_LOGGING_HPP
 

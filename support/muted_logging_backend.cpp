@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/muted_logging_backend.hpp"
 
 LoggingStream MutedLoggingBackend::verbose()

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The DLT backend against Debian's dlt-daemon, run privately: its FIFOs, control socket and
 // storage live in a temporary directory and it listens on a free loopback port.
 #include <arpa/inet.h>

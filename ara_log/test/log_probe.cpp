@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Logs the way the launcher does, initialised by the launcher's own code, so that a test can
 // watch what reaches the log daemon.
 //   log_probe once    one debug and one error message, then exit

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures what traffic from other nodes costs the runtime: the CPU of a discovery
 // batch with many offers already seen, InitMonitor round trips during a discovery
 // flood, and resident memory after forged subscriptions. Runs in a private network

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The benchmarks run in a network namespace of their own, whose loopback starts down.
 #ifndef STRATA_COM_BENCH_PRIVATE_NETWORK_HPP
 #define STRATA_COM_BENCH_PRIVATE_NETWORK_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the benchmarks report of their own process: CPU time and resident memory.
 #ifndef STRATA_COM_BENCH_PROCESS_FIGURES_HPP
 #define STRATA_COM_BENCH_PROCESS_FIGURES_HPP

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Measures the runtime on loopback: method round trip, notification latency,
 // offer-to-find time, decode throughput, idle CPU and resident memory.
 //   com_runtime_bench [calls]      (as root it runs in a private network namespace)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Feeds every file of the corpus directories to the fuzz entry point, so that the
 // corpus runs as a regression test in builds without libFuzzer.
 #include <dirent.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One entry point for every decoder that reads bytes from the network. The first byte
 // chooses the decoder; decoders may reject input only by throwing or returning false.
 #include <cstddef>

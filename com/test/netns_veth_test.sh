@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Provider and consumer in two network namespaces joined by a veth pair: discovery by
 # multicast, subscription, notifications and method calls, captured and checked with
 # tshark (message types, entries, endpoint options, no expert warnings).

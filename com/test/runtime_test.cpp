@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Consumer and provider in separate processes (the provider is strata-someip-offer),
 // talking SOME/IP over loopback. As root each test runs in a private network namespace.
 #include <gtest/gtest.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 # End-to-end passes: the real strata-launcher in the partition sandbox (scripts/sandbox) with
 # stand-in daemons and, for the DLT launcher, strata-someip-offer beside it playing the
 # diagnostic data distribution service and the diagnostic manager. The scenarios of a case

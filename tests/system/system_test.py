@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 # The installed package under a real service manager: each case boots systemd in a
 # container (systemd-nspawn on a copy-on-write view of this machine's root, private
 # network), installs the Debian package, puts stand-in daemons at the daemons' paths and

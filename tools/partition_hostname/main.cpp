@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives the partition its host name before the launchers start. The partition names
 // carry an underscore, which is no valid DNS host name: the service manager mangles or
 // refuses them from /etc/hostname, the kernel command line and its host-name service,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Looks for a service on the SOME/IP network and prints what it sees: offers, their
 // end, and each notification (for DiagnosticDataDistribution followed by the answer
 // of getDiagnosticDataValues for id 1293).

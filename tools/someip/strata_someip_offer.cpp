@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plays the providers and the diagnostic manager on a SOME/IP network: offers
 // DiagnosticDataDistribution instance 1 (answering data id 1293 with a byte that stdin
 // can change, or with --no-answer holding every request unanswered until quit) and, with

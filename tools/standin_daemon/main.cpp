@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Plays any platform daemon for rehearsals of a partition: it behaves as its control
 // file says and records what the launcher did to it.
 #include <dirent.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "tools/standin_daemon/standin_control.hpp"
 
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef ARA_LOG_LOGGING_HPP
 #define ARA_LOG_LOGGING_HPP
 

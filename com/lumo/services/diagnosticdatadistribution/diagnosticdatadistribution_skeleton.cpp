@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "lumo/services/diagnosticdatadistribution/diagnosticdatadistribution_skeleton.hpp"
 
 namespace lumo {

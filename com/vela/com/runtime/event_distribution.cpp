@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Events: this process's subscriptions to other nodes and the notifications they
 // send, and the subscribers of this process's offers and what is sent to them.
 #include <algorithm>

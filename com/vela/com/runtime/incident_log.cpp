@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vela/com/runtime/incident_log.hpp"
 
 #include <chrono>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Method calls: requests sent and their answers matched, requests received and
 // answered.
 #include <algorithm>

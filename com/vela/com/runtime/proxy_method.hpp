@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #ifndef VELA_COM_RUNTIME_PROXY_METHOD_HPP
 #define VELA_COM_RUNTIME_PROXY_METHOD_HPP
 

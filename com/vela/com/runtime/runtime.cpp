@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The runtime's life: start, stop, and the I/O thread that waits for datagrams and
 // the next deadline. The parts it drives live in the files named for them.
 #include "vela/com/runtime/runtime.hpp"

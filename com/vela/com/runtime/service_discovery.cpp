@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Service discovery: discovery messages, the offers of other nodes, the answers to
 // their finds, and the timing of this process's own offers.
 #include "vela/com/runtime/runtime_state.hpp"

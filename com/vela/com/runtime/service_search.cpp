@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Searches for services: the handlers' calls on every change of the found set, and
 // the FindService entries sent while nothing is found.
 #include "vela/com/runtime/runtime_state.hpp"

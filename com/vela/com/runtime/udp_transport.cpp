@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // UDP sockets (discovery unicast and multicast, data) and the framing of datagrams
 // into SOME/IP messages.
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vela/com/someip/message_header.hpp"
 
 #include "vela/com/someip/deserializer.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vela/com/someip/sd_message.hpp"
 
 #include <algorithm>

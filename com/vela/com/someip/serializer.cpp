@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vela/com/someip/serializer.hpp"
 
 #include "vela/com/someip/serialization_error.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vela/com/someip/tlv_reader.hpp"
 
 #include "vela/com/someip/serialization_error.hpp"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "vela/dm/dem/diagnosticmonitor_proxy.hpp"
 
 #include "vela/com/someip/deserializer.hpp"
