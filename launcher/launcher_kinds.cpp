@@ -48,22 +48,22 @@ bool is_valid_launcher_type(std::uint8_t type)
     return type <= UDPNM || type == COM_BRIDGE;
 }
 
-bool check_argument(int argc, char** argv, std::uint8_t& type)
+bool launcher_type_from_text(const char* text, std::uint8_t& type)
 {
-    if (argc != 2) {
-        print_usage();
-        return false;
-    }
     int value = 0;
     try {
-        value = std::stoi(argv[1]);
+        value = std::stoi(text);
     } catch (const std::logic_error&) {  // invalid_argument and out_of_range alike
-        print_usage();
         return false;
     }
     // The byte is cut before the check: 256 is COM and -1 (255) is invalid.
     type = static_cast<std::uint8_t>(static_cast<unsigned int>(value) & 0xFFU);
-    if (!is_valid_launcher_type(type)) {
+    return is_valid_launcher_type(type);
+}
+
+bool check_argument(int argc, char** argv, std::uint8_t& type)
+{
+    if (argc != 2 || !launcher_type_from_text(argv[1], type)) {
         print_usage();
         return false;
     }

@@ -24,6 +24,11 @@ bool check_argument(int argc, char** argv, std::uint8_t& type);
 
 bool is_valid_launcher_type(std::uint8_t type);
 
+// The kind named by a decimal text, cut to its low byte as the command line is. False
+// when the text is no number or the byte names no kind; `type` keeps the byte when there
+// is one.
+bool launcher_type_from_text(const char* text, std::uint8_t& type);
+
 // What a kind registers with ara::log.
 struct Logging_identity {
     const char* app_id;

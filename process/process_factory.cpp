@@ -129,6 +129,7 @@ int Process_factory::create_process(const std::string& path, std::vector<std::st
     sigset_t caller_mask;
     (void)sigfillset(&all_signals);
     (void)::pthread_sigmask(SIG_BLOCK, &all_signals, &caller_mask);
+    system_call->announce_child(path.c_str(), argv.data(), envp.data());
     child_pid = system_call->fork();
     if (child_pid == 0) {
         return run_child(path, preparation, caller_mask);

@@ -16,6 +16,16 @@ class System_call_api_interface {
 public:
     virtual ~System_call_api_interface() = default;
 
+    // The command the next fork's child will execute, told just before fork. The system
+    // has no use for it; a substitute that plans instead of forking never sees the child's
+    // execve, and learns the command here.
+    virtual void announce_child(const char* path, char* const argv[], char* const envp[])
+    {
+        (void)path;
+        (void)argv;
+        (void)envp;
+    }
+
     virtual int stat(const char* path, struct stat* buffer) = 0;
     virtual pid_t fork() = 0;
     virtual pid_t waitpid(pid_t pid, int* status, int options) = 0;
