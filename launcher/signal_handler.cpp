@@ -43,8 +43,19 @@ void write_line(int signal)
 {
     char line[64];
     const std::size_t length = format_line(signal, line, sizeof(line));
-    // A lost diagnostic line is no reason to disturb the interrupted code.
-    (void)::write(STDERR_FILENO, line, length);
+    // A lost diagnostic line is no reason to disturb the interrupted code: a failed write
+    // ends the attempt, a short one (a full pipe to the journal) goes on with the rest.
+    std::size_t written = 0;
+    while (written < length) {
+        const ssize_t result = ::write(STDERR_FILENO, line + written, length - written);
+        if (result <= 0) {
+            if (result == -1 && errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        written += static_cast<std::size_t>(result);
+    }
 }
 
 }  // namespace

@@ -202,7 +202,10 @@ void Daemon_handler::stop_draining()
         return;
     }
     const char wake = 0;
-    (void)::write(wake_pipe[1], &wake, 1);
+    // The drainer sleeps until this byte arrives, and a pipe of its own is never full:
+    // only an interruption can keep the byte from being written.
+    while (::write(wake_pipe[1], &wake, 1) == -1 && errno == EINTR) {
+    }
     drainer.join();
     (void)::close(wake_pipe[0]);
     (void)::close(wake_pipe[1]);

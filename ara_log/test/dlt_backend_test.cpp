@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -113,7 +114,12 @@ TEST(DltBackend, ErrorsReachThePrivateDaemonAndDebugOnlyAfterARemoteRaise)
     struct Directory {
         char name[23] = "/tmp/strata-dlt-XXXXXX";
         const std::string path = ::mkdtemp(name);
-        ~Directory() { (void)std::system(("rm -rf '" + path + "'").c_str()); }
+        ~Directory()
+        {
+            std::error_code error;
+            std::filesystem::remove_all(path, error);
+            EXPECT_FALSE(error) << path << ": " << error.message();
+        }
     } directory;
     const std::string& dir = directory.path;
     for (const std::string& pipes : {dir, dir + "/missing"}) {

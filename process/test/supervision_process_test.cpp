@@ -63,7 +63,12 @@ protected:
         ASSERT_NE(::mkdtemp(name), nullptr);
         directory = name;
     }
-    void TearDown() override { (void)std::system(("rm -rf '" + directory + "'").c_str()); }
+    void TearDown() override
+    {
+        std::error_code error;
+        std::filesystem::remove_all(directory, error);
+        EXPECT_FALSE(error) << directory << ": " << error.message();
+    }
 
     System_call_api system_call;
     std::string directory;

@@ -16,7 +16,7 @@ import tempfile
 import time
 import unittest
 
-DEB = HOSTNAME_TOOL = None
+DEB = NEXT = HOSTNAME_TOOL = None
 UNIFIED = next((path for path in ("/sys/fs/cgroup/unified", "/sys/fs/cgroup")
                 if os.path.exists(os.path.join(path, "cgroup.controllers"))), None)
 STANDIN = "/usr/libexec/strata-launcher/strata-standin"
@@ -68,7 +68,15 @@ class Container:
         state = self.run("systemctl", "is-system-running", "--wait", timeout=60).stdout.strip()
         self.log.seek(0)
         test.assertIn(state, ("running", "degraded"), self.log.read()[-3000:])
-        self.run("apt-get", "install", "-y", DEB, check=True, timeout=120)
+        self.install(DEB)
+
+    def install(self, deb, *options):
+        # The container's service manager mounts its own /tmp, so the host's path of the
+        # package (a clone under /tmp) may not exist in there: the package is copied in.
+        inside = "/var/cache/strata-system/" + os.path.basename(deb)
+        os.makedirs(os.path.dirname(self.path(inside)), exist_ok=True)
+        shutil.copyfile(deb, self.path(inside))
+        return self.run("apt-get", "install", "-y", *options, inside, check=True, timeout=120).stdout
 
     def run(self, *command, timeout=30, check=False):
         result = subprocess.run(["nsenter", "-t", self.pid, "-a", *command], stdout=subprocess.PIPE,
@@ -87,7 +95,9 @@ class Container:
 
     def standin(self, control, *names):
         for name in names:
-            self.run("cp", STANDIN, "/usr/bin/" + name, check=True)
+            # Through a new file and a rename: the program may be running.
+            self.run("cp", STANDIN, "/usr/bin/%s.new" % name, check=True)
+            self.run("mv", "/usr/bin/%s.new" % name, "/usr/bin/" + name, check=True)
             write(self.path("/run/strata-standin/%s.conf" % name), control)
 
     def record(self, name):
@@ -202,6 +212,79 @@ class SystemTest(unittest.TestCase):
         self.assertIn("deinstall ok config-files", box.run("dpkg", "-s", "strata-launcher").stdout)
 
 
+    def test_Upgrade_RestartsRunningInstancesOnly_PolicyRcDDefers(self):
+        box = Container(self, "strata.partition=vm_adaptive")
+        box.standin("ready = now\n", "com_daemon", "quor_phmd")
+        running, stopped = "strata-launcher@0.service", "strata-launcher@2.service"
+        box.run("systemctl", "start", running, stopped, check=True)
+        box.run("systemctl", "stop", stopped, check=True)
+        old = box.show(running, "MainPID")["MainPID"]
+        old_daemon = box.record("com_daemon")[-1][0]
+
+        # Version N+1 over N: the running instance gets the new program and starts its
+        # daemon again after a clean stop; the stopped one stays stopped. The machine the
+        # container is made from may have a policy-rc.d of its own (container images
+        # often refuse every start): without one, everything is allowed.
+        box.run("rm", "-f", "/usr/sbin/policy-rc.d", check=True)
+        box.install(NEXT)
+        self.assertIn("Version: 0.1.0-2", box.run("dpkg", "-s", "strata-launcher").stdout)
+        shown = box.show(running, "MainPID", "ActiveState", "Result", "NRestarts")
+        self.assertNotEqual(shown["MainPID"], old)
+        self.assertEqual((shown["ActiveState"], shown["Result"], shown["NRestarts"]), ("active", "success", "0"))
+        self.assertEqual(box.run("readlink", "/proc/%s/exe" % shown["MainPID"]).stdout.strip(),
+                         "/usr/bin/strata-launcher")
+        self.assertFalse(box.alive(old_daemon))
+        new_daemon = list(dict.fromkeys(fields[0] for fields in box.record("com_daemon")))[-1]
+        self.assertNotEqual(new_daemon, old_daemon)
+        self.assertTrue(box.alive(new_daemon))
+        # The launcher stopped its daemon itself: the manager had nothing left to kill.
+        self.assertNotIn("Killing process", box.journal(running))
+        self.assertEqual(box.show(stopped, "ActiveState")["ActiveState"], "inactive")
+
+        # An integrator's policy-rc.d that defers to the next boot: nothing restarts, and
+        # the running launcher is the replaced program.
+        write(box.path("/usr/sbin/policy-rc.d"), "#!/bin/sh\nexit 101\n")
+        os.chmod(box.path("/usr/sbin/policy-rc.d"), 0o755)
+        output = box.install(DEB, "--allow-downgrades")
+        self.assertIn("policy-rc.d returned 101, not running", output)
+        self.assertEqual(box.show(running, "MainPID")["MainPID"], shown["MainPID"])
+        self.assertEqual(box.run("readlink", "/proc/%s/exe" % shown["MainPID"]).stdout.strip(),
+                         "/usr/bin/strata-launcher (deleted)")
+        self.assertTrue(box.alive(new_daemon))
+
+    def test_Units_DltConflictNetworkOrderConfigurationErrors(self):
+        box = Container(self, "strata.partition=vm_adaptive")
+        # The COM kinds wait for the network, the others do not.
+        for unit, ordered in (("strata-launcher@0.service", True), ("strata-launcher@99.service", True),
+                              ("strata-launcher@2.service", False)):
+            after = box.show(unit, "After", "Wants")
+            self.assertEqual(["network-online.target" in after[name].split() for name in ("After", "Wants")],
+                             [ordered] * 2, unit)
+
+        # The distribution's dlt-daemon.service and the DLT kind stop each other.
+        dlt = "strata-launcher@1.service"
+        box.run("systemctl", "start", "dlt-daemon.service", check=True)
+        write(box.path("/data/target/etc/adaptive/ara_DLT/DLTActivation"), "")
+        box.standin("", "dlt-daemon", "dltproxyd", "dlt-system")
+        box.run("systemctl", "start", dlt, check=True)
+        self.assertEqual(box.run("systemctl", "is-active", "dlt-daemon.service").stdout.strip(), "inactive")
+        wait_for("the DLT daemons", lambda: all(box.record(name) for name in ("dlt-daemon", "dltproxyd")), 30)
+        box.run("systemctl", "start", "dlt-daemon.service", check=True)
+        self.assertEqual(box.show(dlt, "ActiveState", "Result"), {"ActiveState": "inactive", "Result": "success"})
+
+        # A host name that is no partition and a kind that does not exist: status 78 after
+        # one try, no restart, and the journal says why.
+        box.run("hostname", "ecu-unknown", check=True)
+        for unit, cause in (("strata-launcher@0.service", "Unknown partition. hostname = ecu-unknown"),
+                            ("strata-launcher@7.service", 'no launcher kind "7"')):
+            self.assertNotEqual(box.run("systemctl", "start", unit).returncode, 0)
+            # Three times the restart delay: a restart would have come by then.
+            time.sleep(3.0)
+            self.assertEqual(box.show(unit, "ActiveState", "ExecMainStatus", "NRestarts"),
+                             {"ActiveState": "failed", "ExecMainStatus": "78", "NRestarts": "0"})
+            self.assertIn(cause, box.journal(unit))
+
+
 class PartitionHostnameTest(unittest.TestCase):
     def test_NameFromKernelCommandLineFirstThenFile_RefusesOthers(self):
         # The host-name tool in a UTS namespace of its own.
@@ -230,4 +313,5 @@ if __name__ == "__main__":
     if os.geteuid() != 0 or containers and not (shutil.which("systemd-nspawn") and UNIFIED):
         sys.exit(print("skipped: needs root, systemd-nspawn and a unified cgroup hierarchy", file=sys.stderr) or 77)
     DEB = (sorted(glob.glob(os.path.join(DEB_DIR, "strata-launcher_*.deb"))) or [None])[-1]
+    NEXT = (sorted(glob.glob(os.path.join(DEB_DIR, "next", "strata-launcher_*.deb"))) or [None])[-1]
     sys.exit(not unittest.main(argv=[sys.argv[0]] + rest, exit=False, verbosity=2).result.wasSuccessful())

@@ -5,6 +5,8 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <iostream>
+
 Standin_record::Standin_record(const std::string& path)
     : descriptor_(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644)), pid_(::getpid())
 {
@@ -29,7 +31,11 @@ void Standin_record::line(const std::string& key, const std::string& value)
         }
     }
     text += '\n';
-    (void)::write(descriptor_, text.data(), text.size());
+    // One write per line keeps lines from concurrent writers whole in the appended file.
+    // A lost line would otherwise show only as a missing record in the test that reads it.
+    if (::write(descriptor_, text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
+        std::cerr << "strata-standin: record line lost: " << text << std::flush;
+    }
 }
 
 void Standin_record::timed_line(const std::string& key, const std::string& value)
