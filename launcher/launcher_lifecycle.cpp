@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "launcher/launcher_lifecycle.hpp"
 
-#include <iostream>
 
 #include "ara/log/logging.hpp"
 #include "dlt_activation/dlt_flags.hpp"
@@ -185,7 +184,7 @@ bool Launcher_lifecycle::prepare_and_start()
 {
     if (!launcher->register_signals(signal_handler)) {
         // No line end: the next message completes the line.
-        std::cerr << "Launcher: Initialization failed. Terminating" << std::flush;
+        write_error_text("Launcher: Initialization failed. Terminating");
         failure = 1;
     } else if (failure == 0) {
         strategy = collaborators.create_strategy(configuration);
