@@ -152,6 +152,8 @@ bool Launcher_lifecycle::begin_pass(bool& daemons_running)
         daemons_running = false;
     } else if (prepare_and_start()) {
         daemons_running = true;
+        // The quick retries are for consecutive failures: a success ends the series.
+        retry_counter = 0;
     } else if (!handle_failed_start()) {
         return false;
     }
