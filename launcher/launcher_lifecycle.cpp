@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "launcher/launcher_lifecycle.hpp"
 
-
 #include "ara/log/logging.hpp"
 #include "dlt_activation/dlt_flags.hpp"
 #include "launcher/console.hpp"

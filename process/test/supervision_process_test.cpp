@@ -117,7 +117,9 @@ TEST_F(SupervisionProcess, NotifySocket_StopEndsWhenTheDrainCannotBeWoken)
     ON_CALL(api, bind(_, _, _)).WillByDefault([this](int d, const sockaddr* a, socklen_t l) {
         return system_call.bind(d, a, l);
     });
-    ON_CALL(api, recvmsg(_, _, _)).WillByDefault([this](int d, msghdr* m, int f) { return system_call.recvmsg(d, m, f); });
+    ON_CALL(api, recvmsg(_, _, _)).WillByDefault([this](int d, msghdr* m, int f) {
+        return system_call.recvmsg(d, m, f);
+    });
     std::vector<int> not_closed;
     ON_CALL(api, close(_)).WillByDefault([&not_closed](int descriptor) {
         not_closed.push_back(descriptor);

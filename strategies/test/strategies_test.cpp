@@ -240,8 +240,8 @@ TEST_F(Strategies, CommandLinesAndEnvironments)
     const std::string gateway = "/data/target/etc/adaptive/ara_COM/comManifests_HK/";
     reader.entries = {{gateway + "VLAN_INFOTAINMENT/", {"gw.json"}}, {gateway + "VLAN_CONNECT/", {}}};
     const Lines bridge_env{com.front(), com.back()};
-    expect_run(make<Complex>(), com_line("fd4e:91a2:5c0:3::8:10", "eth0.3", {"-m", gateway + "VLAN_INFOTAINMENT/gw.json"}),
-               com);
+    expect_run(make<Complex>(),
+               com_line("fd4e:91a2:5c0:3::8:10", "eth0.3", {"-m", gateway + "VLAN_INFOTAINMENT/gw.json"}), com);
     expect_run(make<Complex>(), com_line("fd4e:91a2:5c0:4::8:10", "eth0.4", dummy), bridge_env, {4101, 0});
 }
 

@@ -43,8 +43,7 @@ void record(const char* name)
     if (path == nullptr) {
         return;
     }
-    const long descriptor =
-        ::syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const long descriptor = ::syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     if (descriptor < 0) {
         return;
     }
