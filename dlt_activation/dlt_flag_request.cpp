@@ -9,6 +9,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "dlt_activation/dlt_flags.hpp"
@@ -28,7 +29,8 @@ constexpr std::uint8_t dlt_activated = 1;
 // The request runs on a middleware thread that also delivers the next notification and
 // the find results, and the main loop's shutdown waits for that thread when it stops the
 // search. A service that never answers must not hold either for long.
-constexpr std::chrono::milliseconds answer_limit{5000};
+// Guarded by dlt_request_mutex.
+std::chrono::milliseconds answer_limit{5000};
 
 const char* flag_text()
 {
@@ -42,7 +44,8 @@ Output await_answer(std::future<Output>& answer)
     }
     // A deferred answer can only be had by asking for it; the runtime bounds that wait.
     if (answer.wait_for(answer_limit) == std::future_status::timeout) {
-        throw std::runtime_error("getDiagnosticDataValues: no answer within 5000 ms");
+        throw std::runtime_error("getDiagnosticDataValues: no answer within " + std::to_string(answer_limit.count()) +
+                                 " ms");
     }
     return answer.get();
 }
@@ -80,6 +83,14 @@ void request_dlt_flag(IDLTActivationFlagObserver& observer)
     } catch (const std::exception& error) {
         write_error_line(std::string("DLT Launcher: DDD DSA connection lost ") + error.what());
     }
+}
+
+// Declared only in the tests, which cannot afford the full limit for each silent service.
+std::chrono::milliseconds set_dlt_answer_limit_for_testing(std::chrono::milliseconds limit)
+{
+    std::lock_guard<std::mutex> lock(dlt_request_mutex);
+    std::swap(limit, answer_limit);
+    return limit;
 }
 
 void updateDltFlagFromService(IDLTActivationFlagObserver& observer)

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "launcher/launcher_lifecycle.hpp"
 
-#include <iostream>
-
 #include "ara/log/logging.hpp"
 #include "dlt_activation/dlt_flags.hpp"
 #include "launcher/console.hpp"
@@ -153,6 +151,8 @@ bool Launcher_lifecycle::begin_pass(bool& daemons_running)
         daemons_running = false;
     } else if (prepare_and_start()) {
         daemons_running = true;
+        // The quick retries are for consecutive failures: a success ends the series.
+        retry_counter = 0;
     } else if (!handle_failed_start()) {
         return false;
     }
@@ -185,7 +185,7 @@ bool Launcher_lifecycle::prepare_and_start()
 {
     if (!launcher->register_signals(signal_handler)) {
         // No line end: the next message completes the line.
-        std::cerr << "Launcher: Initialization failed. Terminating" << std::flush;
+        write_error_text("Launcher: Initialization failed. Terminating");
         failure = 1;
     } else if (failure == 0) {
         strategy = collaborators.create_strategy(configuration);

@@ -10,10 +10,10 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <iostream>
 #include <limits>
 
 #include "common/silent_trace.hpp"
+#include "support/error_line.hpp"
 
 namespace {
 
@@ -23,10 +23,12 @@ constexpr std::uint64_t polls_per_second = 20;
 constexpr long poll_interval_ns = 50L * 1000L * 1000L;
 constexpr int termination_signal = 15;
 constexpr int kill_signal = 9;
+// How long the drain may miss a stop request whose wake-up could not be delivered.
+constexpr int drain_check_ms = 250;
 
 void console_line(const std::string& text)
 {
-    std::cerr << (text + '\n') << std::flush;
+    write_error_line(text);
 }
 
 void sleep_one_poll()
@@ -130,7 +132,7 @@ bool Daemon_handler::send_termination(pid_t pid)
         return false;
     }
     // Deliberately no line end: the caller's next message completes this line.
-    std::cerr << "[Daemon_handler]: send_termination signal to the PID :" + std::to_string(pid) << std::flush;
+    write_error_text("[Daemon_handler]: send_termination signal to the PID :" + std::to_string(pid));
     return system_call->kill(pid, termination_signal) == 0;
 }
 
@@ -201,16 +203,17 @@ void Daemon_handler::stop_draining()
     if (!drainer.joinable()) {
         return;
     }
-    const char wake = 0;
-    // The drainer sleeps until this byte arrives, and a pipe of its own is never full:
-    // only an interruption can keep the byte from being written.
-    while (::write(wake_pipe[1], &wake, 1) == -1 && errno == EINTR) {
+    drain_stopping.store(true);
+    // Closing the write end wakes the poll with POLLHUP. Should the close fail, the drain
+    // still sees the request at its next check, so the join below always ends.
+    if (system_call->close(wake_pipe[1]) != 0) {
+        console_line("[Daemon_handler]: wake-up of the readiness drain failed; it stops at its next check");
     }
     drainer.join();
-    (void)::close(wake_pipe[0]);
-    (void)::close(wake_pipe[1]);
+    (void)system_call->close(wake_pipe[0]);
     wake_pipe[0] = -1;
     wake_pipe[1] = -1;
+    drain_stopping.store(false);
 }
 
 // Reads and drops every notification until stopped. Nothing is logged: a watchdog
@@ -222,12 +225,13 @@ void Daemon_handler::drain()
     msghdr message{};
     message.msg_iov = &part;
     message.msg_iovlen = 1;
-    for (;;) {
+    while (!drain_stopping.load()) {
         pollfd watched[2] = {{socket_descriptor, POLLIN, 0}, {wake_pipe[0], POLLIN, 0}};
-        if (::poll(watched, 2, -1) == -1) {
-            if (errno == EINTR) {
-                continue;
-            }
+        const int events = ::poll(watched, 2, drain_check_ms);
+        if (events == 0 || (events == -1 && errno == EINTR)) {
+            continue;
+        }
+        if (events == -1) {
             return;
         }
         if (watched[1].revents != 0 || (watched[0].revents & (POLLERR | POLLNVAL)) != 0) {

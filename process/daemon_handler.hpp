@@ -4,6 +4,7 @@
 
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 #include <thread>
@@ -40,6 +41,7 @@ private:
     // blocking sends would stall once the socket's small queue is full.
     std::thread drainer;
     int wake_pipe[2]{-1, -1};
+    std::atomic<bool> drain_stopping{false};
 };
 
 #endif

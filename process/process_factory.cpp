@@ -6,10 +6,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <iostream>
 
 #include "ara/log/logging.hpp"
 #include "common/silent_trace.hpp"
+#include "support/error_line.hpp"
 
 namespace {
 
@@ -17,8 +17,8 @@ constexpr int exec_failure_status = 127;
 
 void console_line(const std::string& text)
 {
-    // One insertion per line, so that lines of the waiting threads do not interleave.
-    std::cerr << (text + '\n') << std::flush;
+    // One write per line, so that lines of the waiting threads do not interleave.
+    write_error_line(text);
 }
 
 // Async-signal-safe: the child of a threaded process may not use iostreams.

@@ -1,7 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "support/error_line.hpp"
 
-#include <iostream>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+
+namespace {
+
+// Straight to the descriptor, resumed after EINTR and short writes: a stdio stream gives up
+// on either and then stays failed, which would silence every later line of a run that lasts
+// for months. A line that cannot be written at all is lost alone.
+void write_all(const char* text, std::size_t length) noexcept
+{
+    while (length > 0) {
+        const ssize_t written = ::write(STDERR_FILENO, text, length);
+        if (written < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return;
+        }
+        text += written;
+        length -= static_cast<std::size_t>(written);
+    }
+}
+
+}  // namespace
 
 void write_error_line(const std::string& text)
 {
@@ -9,6 +34,10 @@ void write_error_line(const std::string& text)
     line.reserve(text.size() + 1);
     line += text;
     line += '\n';
-    std::cerr.write(line.data(), static_cast<std::streamsize>(line.size()));
-    std::cerr.flush();
+    write_all(line.data(), line.size());
+}
+
+void write_error_text(const std::string& text)
+{
+    write_all(text.data(), text.size());
 }

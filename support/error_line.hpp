@@ -4,8 +4,11 @@
 
 #include <string>
 
-// Writes one message line to standard error and flushes it. The line goes out in one
-// piece so that lines written by middleware threads and the main thread do not mix.
+// Writes one message line to standard error. The line goes out in one call so that lines
+// written by middleware threads, reaping threads and the main thread do not mix.
 void write_error_line(const std::string& text);
+
+// The same without a line end, for the few messages that the next one completes.
+void write_error_text(const std::string& text);
 
 #endif

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <future>
@@ -24,6 +25,7 @@
 
 // Declared only here: the launcher itself always uses the fixed path of the target.
 void set_dlt_flag_file_path_for_testing(const std::string& path);
+std::chrono::milliseconds set_dlt_answer_limit_for_testing(std::chrono::milliseconds limit);
 
 namespace {
 
@@ -44,6 +46,9 @@ public:
         if (failing) {
             throw std::runtime_error("played failure");
         }
+        if (silent) {
+            return held.get_future();
+        }
         std::promise<getDiagnosticDataValuesOutput> done;
         done.set_value(answer);
         return done.get_future();
@@ -53,6 +58,8 @@ public:
     std::mutex mutex;
     getDiagnosticDataValuesOutput answer;
     bool failing{false};
+    bool silent{false};
+    std::promise<getDiagnosticDataValuesOutput> held;  // the answer of a silent service
     std::vector<std::pair<std::uint32_t, ddd::datatypes::DT_ListOfIds>> requests;
 };
 
@@ -129,8 +136,33 @@ TEST_F(DltActivation, RequestDecodesTheFirstByteAndKeepsTheFlagOnEveryFailure)
         EXPECT_EQ(err.substr(0, c.err.size()), c.err) << c.before;
         expect_flags(c.after, c.err == taken, c.err);
     }
+
+    // A service that never answers holds the request for the answer limit only.
+    const std::chrono::milliseconds limit = set_dlt_answer_limit_for_testing(std::chrono::milliseconds(300));
+    EXPECT_EQ(limit, std::chrono::milliseconds(5000));
+    {
+        std::lock_guard<std::mutex> lock(service.mutex);
+        service.failing = false;
+        service.silent = true;
+    }
+    dlt_pm_flag.store(true);
+    flag_updated.store(false);
+    testing::internal::CaptureStderr();
+    const auto asked = std::chrono::steady_clock::now();
+    auto request = std::async(std::launch::async, [this] { request_dlt_flag(observer); });
+    const bool returned = request.wait_for(std::chrono::seconds(4)) == std::future_status::ready;
+    const auto waited = std::chrono::steady_clock::now() - asked;
+    service.held.set_value({});
+    request.wait();
+    ASSERT_TRUE(returned) << "the request waits for an answer that does not come";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "DLT Launcher: DDD DSA connection lost getDiagnosticDataValues: no answer within 300 ms\n");
+    EXPECT_GE(waited, std::chrono::milliseconds(300));
+    expect_flags(true, false, "silent service");
+    (void)set_dlt_answer_limit_for_testing(limit);
+
     std::lock_guard<std::mutex> lock(service.mutex);
-    ASSERT_EQ(service.requests.size(), 6U);
+    ASSERT_EQ(service.requests.size(), 7U);
     EXPECT_EQ(service.requests[0].first, 0U);
     EXPECT_EQ(service.requests[0].second, ddd::datatypes::DT_ListOfIds{0x50D});
 }

@@ -63,6 +63,7 @@ struct Collaborator_setup {
     bool no_strategy{false};
     bool prepare_result{true};
     bool start_result{true};
+    std::vector<bool> start_results;  // per start, from the first; then start_result
     bool children_die_on_start{false};
     int created{0}, started{0}, stopped{0}, deleted{0}, ready{0}, polls{0};
     std::shared_ptr<DTCService> dtc_service = std::make_shared<Fake_dtc_service>();
@@ -83,7 +84,8 @@ public:
         if (setup->children_die_on_start) {
             signal_handler(SIGCHLD);
         }
-        return setup->start_result;
+        const auto at = static_cast<std::size_t>(setup->started - 1);
+        return at < setup->start_results.size() ? setup->start_results[at] : setup->start_result;
     }
     void stop() override { ++setup->stopped; }
     Daemon_handler_interface* get_daemon_handler() override { return nullptr; }
@@ -282,6 +284,21 @@ TEST_F(LauncherLifecycle, FailedDltStartsRetryThreeTimesThenWaitForAFlagChange)
         EXPECT_EQ(collaborators.counts(), (std::vector<int>{8, started, started, 8, 1 + started}));
         EXPECT_THAT(output, Not(HasSubstr("Shutting down... EXIT_FAILURE")));
     }
+}
+
+// The quick retries count consecutive failures: a start that worked, whose daemon then died,
+// gives the next failures their three quick retries again.
+TEST_F(LauncherLifecycle, ASuccessfulDltStartGivesTheNextFailuresThreeQuickRetries)
+{
+    observer.logging_at_start = true;
+    collaborators.start_results = {false, true, false, false, false, false};
+    collaborators.children_die_on_start = true;
+    collaborators.on_poll = [](int) { signal_handler(SIGTERM); };
+    EXPECT_EQ(run("1"), 0);
+    EXPECT_EQ(collaborators.started, 6);
+    EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry soon ...\n"), 4U);
+    EXPECT_EQ(count(output, "DLT_LAUNCHER  DLT Launcher start procs had failed, but retry if dlt flag"), 1U);
+    EXPECT_EQ(count(output, "DLT_LAUNCHER Launcher: Continue...\n"), 5U);
 }
 
 }  // namespace

@@ -9,10 +9,14 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <future>
 #include <iterator>
+#include <memory>
 #include <fstream>
+#include <vector>
 
 #include "process/daemon_handler.hpp"
 #include "process/process_factory.hpp"
@@ -107,6 +111,43 @@ TEST_F(SupervisionProcess, NotifySocket_ReadsUntilReadyThenDrainsAndRemovesItsFi
     EXPECT_NE(::access(cut.c_str(), F_OK), 0);
     // The socket and the drain's wake-up pipe go with the handler.
     EXPECT_EQ(open_descriptors(), descriptors_before);
+}
+
+// A drain whose wake-up cannot be delivered (closing the pipe's write end fails) must not
+// hang the stop: it notices the request by itself within a bounded time, and says so.
+TEST_F(SupervisionProcess, NotifySocket_StopEndsWhenTheDrainCannotBeWoken)
+{
+    testing::NiceMock<Mock_system_call_api> api;
+    ON_CALL(api, socket(_, _, _)).WillByDefault([this](int d, int t, int p) { return system_call.socket(d, t, p); });
+    ON_CALL(api, bind(_, _, _)).WillByDefault([this](int d, const sockaddr* a, socklen_t l) {
+        return system_call.bind(d, a, l);
+    });
+    ON_CALL(api, recvmsg(_, _, _)).WillByDefault([this](int d, msghdr* m, int f) {
+        return system_call.recvmsg(d, m, f);
+    });
+    std::vector<int> not_closed;
+    ON_CALL(api, close(_)).WillByDefault([&not_closed](int descriptor) {
+        not_closed.push_back(descriptor);
+        return errno = EIO, -1;
+    });
+    const std::string path = directory + "/notify";
+    auto handler = std::make_unique<Daemon_handler>(path, &api);
+    ASSERT_TRUE(handler->init_socket_for_notify());
+    ASSERT_EQ(send_datagrams(path, {"READY=1"}), 1);
+    testing::internal::CaptureStderr();
+    ASSERT_TRUE(handler->get_ready_child(3));
+    auto stopped = std::async(std::launch::async, [&handler] { handler.reset(); });
+    if (stopped.wait_for(std::chrono::seconds(5)) != std::future_status::ready) {
+        std::fprintf(stdout, "the stop of the readiness drain hangs\n");
+        std::fflush(stdout);
+        std::_Exit(1);
+    }
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("[Daemon_handler]: wake-up of the readiness drain failed; it stops at its next check\n"));
+    EXPECT_EQ(not_closed.size(), 2U);
+    for (const int descriptor : not_closed) {
+        (void)::close(descriptor);
+    }
 }
 
 // A strategy stopping a child that never started asks to signal pid -1; 0 and negative pids

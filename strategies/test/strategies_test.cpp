@@ -137,9 +137,10 @@ protected:
     }
 
     // Runs the strategy up to its child's execve; returns what preparing it wrote.
-    std::string expect_run(Strategy strategy, const Lines& argv, const Lines& envp)
+    // The bridge's VLAN 1 daemon is the second fork: {4101, 0} runs up to its execve.
+    std::string expect_run(Strategy strategy, const Lines& argv, const Lines& envp, std::deque<pid_t> forks = {0})
     {
-        api.fork_results = {0};
+        api.fork_results = forks;
         api.execs.clear();
         testing::internal::CaptureStderr();
         EXPECT_TRUE(strategy->prepare(&api, nullptr));
@@ -236,6 +237,12 @@ TEST_F(Strategies, CommandLinesAndEnvironments)
                 HasSubstr("library /usr/lib//libvosk1_iam.so.1 not exists!\nNot adding --iam_shared_lib!\n"));
     EXPECT_THAT(expect_run(make<Dlt>(vm_java), {"/usr/bin/dlt-daemon"}, dlt),
                 HasSubstr("LauncherStrategyDLT : get_dltconfig_file failed\n"));
+    const std::string gateway = "/data/target/etc/adaptive/ara_COM/comManifests_HK/";
+    reader.entries = {{gateway + "VLAN_INFOTAINMENT/", {"gw.json"}}, {gateway + "VLAN_CONNECT/", {}}};
+    const Lines bridge_env{com.front(), com.back()};
+    expect_run(make<Complex>(),
+               com_line("fd4e:91a2:5c0:3::8:10", "eth0.3", {"-m", gateway + "VLAN_INFOTAINMENT/gw.json"}), com);
+    expect_run(make<Complex>(), com_line("fd4e:91a2:5c0:4::8:10", "eth0.4", dummy), bridge_env, {4101, 0});
 }
 
 // Each with its text. The companions of a log daemon that never started are not started

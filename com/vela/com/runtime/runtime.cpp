@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 #include "vela/com/runtime/runtime_state.hpp"
@@ -19,6 +20,9 @@ namespace runtime {
 
 namespace {
 constexpr std::size_t kWorkerThreads = 3;
+// The longest the I/O thread sleeps without looking whether it must stop: a wake-up whose
+// write failed must not leave stop() joining it for ever.
+constexpr int kStopCheckMs = 250;
 }  // namespace
 
 Runtime::Runtime(Deployment deployment)
@@ -101,7 +105,8 @@ void Runtime::wake()
 {
     if (wake_fd_ >= 0) {
         const std::uint64_t one = 1;
-        (void)!::write(wake_fd_, &one, sizeof one);
+        while (::write(wake_fd_, &one, sizeof one) < 0 && errno == EINTR) {
+        }
     }
 }
 
@@ -129,10 +134,10 @@ void Runtime::io_loop()
             }
             const auto deadline = next_deadline();
             if (deadline == Clock::time_point::max()) {
-                timeout_ms = -1;
+                timeout_ms = kStopCheckMs;
             } else if (deadline > now) {
-                timeout_ms =
-                    static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count() + 1);
+                timeout_ms = static_cast<int>(std::min<std::int64_t>(
+                    std::chrono::duration_cast<std::chrono::milliseconds>(deadline - now).count() + 1, kStopCheckMs));
             }
         }
         const int ready = ::poll(fds.data(), fds.size(), timeout_ms);

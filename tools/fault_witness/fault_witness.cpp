@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: Apache-2.0
+// Preloaded into the launcher under test in front of libfiu's preload libraries. It
+//  - records every fault that fires (libfiu's posix wrappers ask fiu_fail, which this
+//    library interposes), so that a run can show that its fault was really injected;
+//  - adds the fault points libfiu has no wrapper for: strata/proc/execve,
+//    strata/net/gethostname and strata/time/nanosleep (always EINTR);
+//  - applies STRATA_FAULT_AFTER_READY, a libfiu control command, once the launcher has
+//    told the service manager READY=1, so that a fault can start after a clean start.
+// It writes its record with raw system calls: the wrapped ones may be failing.
+// A fork passes this library first, then libfiu's wrapper.
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+using Fail = int (*)(const char*);
+using Fork = pid_t (*)();
+using Control = int (*)(const char*, char**);
+using Execve = int (*)(const char*, char* const[], char* const[]);
+using Gethostname = int (*)(char*, std::size_t);
+using Nanosleep = int (*)(const timespec*, timespec*);
+using Notify = int (*)(int, const char*);
+
+template <typename Function>
+Function next(const char* name)
+{
+    return reinterpret_cast<Function>(::dlsym(RTLD_NEXT, name));
+}
+
+void record(const char* name)
+{
+    const char* path = std::getenv("STRATA_FAULT_RECORD");
+    if (path == nullptr) {
+        return;
+    }
+    const long descriptor = ::syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (descriptor < 0) {
+        return;
+    }
+    char line[256];
+    const std::size_t length = std::strlen(name) < sizeof(line) - 1 ? std::strlen(name) : sizeof(line) - 2;
+    std::memcpy(line, name, length);
+    line[length] = '\n';
+    (void)::syscall(SYS_write, descriptor, line, length + 1);
+    (void)::syscall(SYS_close, descriptor);
+}
+
+std::atomic<bool> armed{false};
+
+void arm_after_ready()
+{
+    const char* command = std::getenv("STRATA_FAULT_AFTER_READY");
+    if (command == nullptr || armed.exchange(true)) {
+        return;
+    }
+    const auto control = reinterpret_cast<Control>(::dlsym(RTLD_DEFAULT, "fiu_rc_string"));
+    char* error = nullptr;
+    if (control == nullptr || control(command, &error) != 0) {
+        record("strata/control-error");
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+// libfiu's own lock is taken in fiu_fail; a fork while another thread holds it would leave
+// the child, which calls wrapped functions before its execve, blocked for ever. Every
+// fiu_fail and every fork therefore take this one (recursive) lock.
+static pthread_mutex_t fiu_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+static Fail real_fail;
+static Fork real_fork;
+static Execve real_execve;
+static Gethostname real_gethostname;
+static Nanosleep real_nanosleep;
+static Notify real_notify;
+
+__attribute__((constructor)) static void resolve()
+{
+    real_fail = next<Fail>("fiu_fail");
+    real_fork = next<Fork>("fork");
+    real_execve = next<Execve>("execve");
+    real_gethostname = next<Gethostname>("gethostname");
+    real_nanosleep = next<Nanosleep>("nanosleep");
+    real_notify = next<Notify>("sd_notify");
+}
+
+int fiu_fail(const char* name)
+{
+    (void)pthread_mutex_lock(&fiu_lock);
+    const int failing = real_fail != nullptr ? real_fail(name) : 0;
+    if (failing != 0) {
+        record(name);
+    }
+    (void)pthread_mutex_unlock(&fiu_lock);
+    return failing;
+}
+
+pid_t fork()
+{
+    (void)pthread_mutex_lock(&fiu_lock);
+    const pid_t pid = real_fork();
+    const int error = errno;
+    if (pid == 0) {
+        // The child's only thread has a thread id of its own, which does not own the lock.
+        const pthread_mutex_t fresh = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+        std::memcpy(&fiu_lock, &fresh, sizeof(fiu_lock));
+    } else {
+        (void)pthread_mutex_unlock(&fiu_lock);
+    }
+    errno = error;
+    return pid;
+}
+
+int execve(const char* path, char* const argv[], char* const envp[])
+{
+    if (fiu_fail("strata/proc/execve") != 0) {
+        errno = EACCES;
+        return -1;
+    }
+    return real_execve(path, argv, envp);
+}
+
+int gethostname(char* name, std::size_t length)
+{
+    if (fiu_fail("strata/net/gethostname") != 0) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    return real_gethostname(name, length);
+}
+
+int nanosleep(const timespec* request, timespec* remaining)
+{
+    if (fiu_fail("strata/time/nanosleep") != 0) {
+        if (remaining != nullptr) {
+            *remaining = *request;
+        }
+        errno = EINTR;
+        return -1;
+    }
+    return real_nanosleep(request, remaining);
+}
+
+int sd_notify(int unset_environment, const char* state)
+{
+    const int result = real_notify(unset_environment, state);
+    if (state != nullptr && std::strstr(state, "READY=1") != nullptr) {
+        arm_after_ready();
+    }
+    return result;
+}
+}
