@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -72,7 +73,13 @@ TEST_F(Plan_test, Housekeeping_Bridge_TwoVlanDaemons_ManifestOrDummy)
     add(adaptive + "/ara_COM/comManifests_HK/VLAN_CONNECT/connect.json");
     add("/usr/lib/libvosk1_iam.so.1");
     const Launch_plan made = plan(COM_BRIDGE, vm_housekeeping);
-    EXPECT_EQ(made.strategy, "Launcher_strategy_COM_complex");
+    EXPECT_EQ(std::make_pair(made.strategy, made.kind_name),
+              std::make_pair(std::string("Launcher_strategy_COM_complex"), std::string("COM_BRIDGE_LAUNCHER")));
+    const Planned_read connect{adaptive + "/ara_COM/comManifests_HK/VLAN_CONNECT/", "folder", true, {"connect.json"}};
+    EXPECT_TRUE(std::any_of(made.reads.begin(), made.reads.end(), [&connect](const Planned_read& read) {
+        return std::tie(read.path, read.kind, read.found, read.entries) ==
+               std::tie(connect.path, connect.kind, connect.found, connect.entries);
+    }));
     ASSERT_EQ(made.daemons.size(), 2U);
     const std::string security = "--iam_shared_lib /usr/lib/libvosk1_iam.so.1";
     const std::string first = Plan_printer::quoted(made.daemons[0].argv);
@@ -175,7 +182,7 @@ TEST(Proc_address_source_test, Lines_AddressShorteningAndScope)
 {
     const std::tuple<std::string, std::string, std::uint32_t> cases[] = {
         {"00000000000000000000000000000001 01 80 10 80 lo", "::1", 0},
-        {"fe80000000000000021122fffe334455 0a 40 20 80 eth0", "fe80::211:22ff:fe33:4455", 10},
+        {"fe80000000000000021122fffe334455 1a 40 20 80 eth0", "fe80::211:22ff:fe33:4455", 26},
         {"fd4e91a205c000030000000000080010 02 40 00 80 eth0.3", "fd4e:91a2:5c0:3::8:10", 0},
         {"20010db8000000010000000100000001 02 40 00 80 eth1", "2001:db8:0:1:0:1:0:1", 0}};
     for (const auto& [line, text, scope] : cases) {
