@@ -1,6 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/launcher_plan/launch_planner.hpp"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+
 #include <iostream>
 #include <memory>
 #include <sstream>
@@ -29,24 +34,53 @@ const std::string quiet_failure_prefix{"DLT_Launcher: Cannot read virtual consol
 const Stop_method probe_by_kill{15, "signal 9 (SIGKILL) right after SIGTERM, then every 100 ms until refused",
                                 "none", "the probe itself is SIGKILL"};
 
-// Sends everything written to standard error to a buffer while it lives.
+// Sends everything written to standard error to a memory file while it lives. The
+// launcher's lines go to the descriptor itself, one write each, so the descriptor is what
+// is redirected; a memory file, unlike a pipe, never blocks a long pass.
 class Captured_errors {
 public:
-    Captured_errors() : saved(std::cerr.rdbuf(buffer.rdbuf())) {}
-    ~Captured_errors() { std::cerr.rdbuf(saved); }
+    Captured_errors()
+        : saved(::dup(STDERR_FILENO)), capture(::memfd_create("strata-plan-console", MFD_CLOEXEC))
+    {
+        if (saved != -1 && capture != -1) {
+            (void)::dup2(capture, STDERR_FILENO);
+        }
+    }
+    ~Captured_errors()
+    {
+        if (saved != -1) {
+            (void)::dup2(saved, STDERR_FILENO);
+            (void)::close(saved);
+        }
+        if (capture != -1) {
+            (void)::close(capture);
+        }
+    }
     Captured_errors(const Captured_errors&) = delete;
     Captured_errors& operator=(const Captured_errors&) = delete;
 
     std::string take()
     {
-        std::string text = buffer.str();
-        buffer.str("");
+        std::cerr << std::flush;
+        std::string text;
+        if (capture == -1 || ::lseek(capture, consumed, SEEK_SET) == -1) {
+            return text;
+        }
+        char chunk[4096];
+        ssize_t count = 0;
+        while ((count = ::read(capture, chunk, sizeof chunk)) > 0 || (count == -1 && errno == EINTR)) {
+            if (count > 0) {
+                text.append(chunk, static_cast<std::size_t>(count));
+            }
+        }
+        consumed += static_cast<off_t>(text.size());
         return text;
     }
 
 private:
-    std::ostringstream buffer;
-    std::streambuf* saved;
+    int saved;
+    int capture;
+    off_t consumed = 0;
 };
 
 bool starts_with(const std::string& text, const std::string& prefix)
