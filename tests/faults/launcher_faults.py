@@ -87,6 +87,14 @@ def read(path):
         return ""
 
 
+def ended(pid):
+    """True once the launcher is gone or a zombie (a pid of this run's own launcher, or None)."""
+    if not pid:
+        return True
+    stat = read("/proc/%d/stat" % pid)
+    return not stat.startswith("%d (strata-launcher) " % pid) or stat.split(") ", 1)[1][:1] in "ZX"
+
+
 class Run:
     def __init__(self, launcher, standin, witness, scenario, point, mode):
         self.point, self.mode, self.label = point, mode, "%-7s %-24s %s" % (scenario, point, mode)
@@ -163,12 +171,16 @@ class Run:
             # A held run spins or waits for ever: no need to wait long for it to settle.
             if self.wait(self.settled, 5.0 if self.may_hold else SETTLE):
                 # Once READY is out a fault of mode r is armed; give it a poll period to fire.
-                self.wait(lambda: self.point in self.file("standin/fired"), 1.0 if self.mode == "r" else 0.2)
+                self.wait(lambda: self.point in self.file("standin/fired"), 3.0 if self.mode == "r" else 0.2)
                 # A daemon not yet past its exec would miss the SIGTERM (nothing awaits the bridge's).
                 self.wait(self.daemons_started, 1.0)
+                # The sandbox names the launcher a moment after it started.
+                self.wait(lambda: self.launcher() is not None, 5.0)
+                pid = self.launcher()
                 self.stop_launcher()
                 stopped = time.monotonic()
-                if self.wait(lambda: False, STOP_LIMIT):
+                # The launcher's own end is timed, not the sandbox's clean-up after it.
+                if self.wait(lambda: ended(pid), STOP_LIMIT) and not ended(pid):
                     self.held = self.may_hold
                     if not self.held:
                         self.problems.append("still running %.0f s after SIGTERM" % STOP_LIMIT)

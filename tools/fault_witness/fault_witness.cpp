@@ -75,9 +75,13 @@ void arm_after_ready()
 extern "C" {
 
 // libfiu's own lock is taken in fiu_fail; a fork while another thread holds it would leave
-// the child, which calls wrapped functions before its execve, blocked for ever. Every
-// fiu_fail and every fork therefore take this one (recursive) lock.
-static pthread_mutex_t fiu_lock = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+// the child, which calls wrapped functions before its execve, blocked for ever. So every
+// fiu_fail holds this lock shared and every fork holds it alone. Shared, not a mutex:
+// fiu_fail may resolve a symbol (the loader's lock) while another thread, inside the loader
+// with that lock held, allocates and so asks fiu_fail too; a mutex would deadlock the two.
+static pthread_rwlock_t fiu_lock = PTHREAD_RWLOCK_INITIALIZER;
+// libfiu's fork wrapper asks fiu_fail while this thread holds the lock alone.
+static __thread bool forking __attribute__((tls_model("initial-exec"))) = false;
 static Fail real_fail;
 static Fork real_fork;
 static Execve real_execve;
@@ -97,26 +101,33 @@ __attribute__((constructor)) static void resolve()
 
 int fiu_fail(const char* name)
 {
-    (void)pthread_mutex_lock(&fiu_lock);
+    const bool shared = !forking;
+    if (shared) {
+        (void)pthread_rwlock_rdlock(&fiu_lock);
+    }
     const int failing = real_fail != nullptr ? real_fail(name) : 0;
     if (failing != 0) {
         record(name);
     }
-    (void)pthread_mutex_unlock(&fiu_lock);
+    if (shared) {
+        (void)pthread_rwlock_unlock(&fiu_lock);
+    }
     return failing;
 }
 
 pid_t fork()
 {
-    (void)pthread_mutex_lock(&fiu_lock);
+    (void)pthread_rwlock_wrlock(&fiu_lock);
+    forking = true;
     const pid_t pid = real_fork();
+    forking = false;
     const int error = errno;
     if (pid == 0) {
         // The child's only thread has a thread id of its own, which does not own the lock.
-        const pthread_mutex_t fresh = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+        const pthread_rwlock_t fresh = PTHREAD_RWLOCK_INITIALIZER;
         std::memcpy(&fiu_lock, &fresh, sizeof(fiu_lock));
     } else {
-        (void)pthread_mutex_unlock(&fiu_lock);
+        (void)pthread_rwlock_unlock(&fiu_lock);
     }
     errno = error;
     return pid;
