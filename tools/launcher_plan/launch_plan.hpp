@@ -29,7 +29,6 @@ struct Stop_method {
     std::string probe;          // how the launcher learns that the daemon has gone
     std::string bound;          // how long it waits for that, or "none"
     std::string kill;           // when SIGKILL follows, or "never"
-    std::string command;        // a shell command run after the stop, or empty
 };
 
 struct Planned_daemon {
