@@ -36,9 +36,11 @@ for ns in "$ns_a" "$ns_b"; do ip -n "$ns" link set lo up; done
 ip -n "$ns_a" link set "sca$$" up
 ip -n "$ns_b" link set "scb$$" up
 
+# Bounds: a discovery takes 1.5 to 6 s here, and more than 10 s was seen under the thread
+# sanitizer on a loaded machine; 30 s keeps twice that.
 # Waits (bounded) until a file holds a line matching the pattern.
 wait_for() {
-    timeout 10 tail -n +1 -f "$1" 2>/dev/null | grep -q -m1 -- "$2"
+    timeout 30 tail -n +1 -f "$1" 2>/dev/null | grep -q -m1 -- "$2"
 }
 
 capture=no
@@ -56,7 +58,7 @@ ip netns exec "$ns_a" env STRATA_COM_UNICAST=10.77.0.1 STRATA_COM_DEPLOYMENT=/no
 pids+=($!)
 exec 3>"$tmp/commands"
 ip netns exec "$ns_b" env STRATA_COM_UNICAST=10.77.0.2 STRATA_COM_DEPLOYMENT=/nonexistent \
-    "$find_bin" --count 2 --timeout 10 >"$tmp/find.log" 2>&1 &
+    "$find_bin" --count 2 --timeout 30 >"$tmp/find.log" 2>&1 &
 find_pid=$!
 
 wait_for "$tmp/find.log" "offered 1a2b.0001 v1.0 @ 10.77.0.1:30501" || fail "service not found across the veth"
@@ -77,7 +79,7 @@ v6='{"network": {"unicast": "fd00:77::%s"}, "service_discovery": {"multicast": "
     < <(wait_for "$tmp/find6.log" "value 3"; echo quit) >"$tmp/offer6.log" 2>&1) &
 v6_offer=$!
 ip netns exec "$ns_b" env STRATA_COM_DEPLOYMENT="$(printf "$v6" 2)" \
-    "$find_bin" --count 1 --timeout 10 >"$tmp/find6.log" 2>&1 || fail "IPv6 consumer ended with failure"
+    "$find_bin" --count 1 --timeout 30 >"$tmp/find6.log" 2>&1 || fail "IPv6 consumer ended with failure"
 wait "$v6_offer" || fail "IPv6 provider ended with failure"
 grep -q "offered 1a2b.0001 v1.0 @ \[fd00:77::1\]:30501" "$tmp/find6.log" || fail "IPv6 offer not seen"
 
