@@ -21,22 +21,6 @@ void console_line(const std::string& text)
     write_error_line(text);
 }
 
-// Async-signal-safe: the child of a threaded process may not use iostreams.
-void write_all(const char* text, std::size_t length) noexcept
-{
-    while (length > 0) {
-        const ssize_t written = ::write(STDERR_FILENO, text, length);
-        if (written < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            return;
-        }
-        text += written;
-        length -= static_cast<std::size_t>(written);
-    }
-}
-
 // Async-signal-safe: writes prefix, value in decimal and a line end without allocating.
 void write_value_line(const std::string& prefix, long value) noexcept
 {
@@ -52,8 +36,8 @@ void write_value_line(const std::string& prefix, long value) noexcept
     if (negative) {
         digits[--start] = '-';
     }
-    write_all(prefix.data(), prefix.size());
-    write_all(digits + start, sizeof(digits) - start);
+    write_error_bytes(prefix.data(), prefix.size());
+    write_error_bytes(digits + start, sizeof(digits) - start);
 }
 
 // Async-signal-safe: the daemon must start with default dispositions, an empty signal mask
@@ -192,17 +176,17 @@ int Process_factory::run_child(const std::string& path, const Child_preparation&
     if (!forked) {
         (void)::pthread_sigmask(SIG_SETMASK, &caller_mask, nullptr);
     }
-    write_all(preparation.fork_done_line.data(), preparation.fork_done_line.size());
+    write_error_bytes(preparation.fork_done_line.data(), preparation.fork_done_line.size());
     if (forked) {
         reset_process_state_for_exec(preparation.default_action, preparation.empty_mask, preparation.descriptor_end);
     }
     const int result = system_call->execve(path.c_str(), argv.data(), envp.data());
     if (result == -1) {
-        write_all(preparation.execve_failure_line.data(), preparation.execve_failure_line.size());
+        write_error_bytes(preparation.execve_failure_line.data(), preparation.execve_failure_line.size());
     } else {
         write_value_line(preparation.execve_result_prefix, result);
     }
-    write_all(preparation.final_line.data(), preparation.final_line.size());
+    write_error_bytes(preparation.final_line.data(), preparation.final_line.size());
     if (forked) {
         // Returning would run a second launcher on the same daemons.
         ::_exit(exec_failure_status);

@@ -6,12 +6,10 @@
 #include <cerrno>
 #include <cstddef>
 
-namespace {
-
 // Straight to the descriptor, resumed after EINTR and short writes: a stdio stream gives up
 // on either and then stays failed, which would silence every later line of a run that lasts
 // for months. A line that cannot be written at all is lost alone.
-void write_all(const char* text, std::size_t length) noexcept
+void write_error_bytes(const char* text, std::size_t length) noexcept
 {
     while (length > 0) {
         const ssize_t written = ::write(STDERR_FILENO, text, length);
@@ -26,18 +24,16 @@ void write_all(const char* text, std::size_t length) noexcept
     }
 }
 
-}  // namespace
-
 void write_error_line(const std::string& text)
 {
     std::string line;
     line.reserve(text.size() + 1);
     line += text;
     line += '\n';
-    write_all(line.data(), line.size());
+    write_error_bytes(line.data(), line.size());
 }
 
 void write_error_text(const std::string& text)
 {
-    write_all(text.data(), text.size());
+    write_error_bytes(text.data(), text.size());
 }
