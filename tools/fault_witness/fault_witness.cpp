@@ -97,6 +97,17 @@ __attribute__((constructor)) static void resolve()
     real_gethostname = next<Gethostname>("gethostname");
     real_nanosleep = next<Nanosleep>("nanosleep");
     real_notify = next<Notify>("sd_notify");
+    // libfiu's allocation wrappers look up the real functions at their first call, under the
+    // loader's lock, and libfiu allocates while it holds its own lock. A first call from a
+    // thread inside libfiu while the main thread, inside the loader, allocates would deadlock
+    // the two (seen at exit, when the log library's thread is ended): make every first call
+    // here, before any thread exists.
+    void* block = std::calloc(1, 16);
+    block = std::realloc(block, 32);
+    std::free(block);
+    std::free(std::malloc(16));
+    std::free(::strdup("fault"));
+    std::free(::strndup("fault", 2));
 }
 
 int fiu_fail(const char* name)
