@@ -6,7 +6,7 @@
 # mode. Every run is judged on the same invariants:
 #   - its fault fired (the witness records each injected failure);
 #   - it ends by itself or soon after SIGTERM (STOP_LIMIT), except where the waits are
-#     fixed behaviour (HELD, with the Parts of the specification that fix them);
+#     fixed behaviour (HELD, with the waits that keep them);
 #   - it ends with status 0 or 1, never by a signal; status 1 comes with a failure line on
 #     standard error (unless every write fails);
 #   - no daemon is alive when it ends, and no child stays a zombie for more than a second
@@ -62,15 +62,15 @@ TABLE = [
     ("strata/net/gethostname", ALL, ()),
     ("strata/time/nanosleep", ALL, ALL),
 ]
-# Waits that the specification fixes, by fault point: the modes where a run may not end,
-# and the Parts. A stop loop polls kill without bound (a failed SIGTERM leaves the PHM
+# Waits kept on purpose, by fault point: the modes where a run may not end, and the wait
+# that keeps it. A stop loop polls kill without bound (a failed SIGTERM leaves the PHM
 # daemon running, and its loop only waits); a failed wait leaves the child unreaped, and
 # the loops' kill keeps finding it; a sleep is resumed for as long as nanosleep fails with
-# EINTR. The service manager's watchdog ends such a launcher.
+# EINTR. Only the unit's stop limit ends such a launcher.
 HELD = {
-    "posix/proc/kill": ("sor", "Parts 2.1, 2.7, 3.2"),
-    "posix/proc/waitpid": ("sor", "Parts 2.1, 2.7, 3.2"),
-    "strata/time/nanosleep": ("sr", "Parts 1.2, 2.1"),
+    "posix/proc/kill": ("sor", "stop loop polls kill"),
+    "posix/proc/waitpid": ("sor", "stop loop finds the unreaped child"),
+    "strata/time/nanosleep": ("sr", "sleep resumed after EINTR"),
 }
 FAILURE_LINE = re.compile(r"failed|FAILURE|Cannot|cannot|error|not ready|Unknown|not able")
 SETTLE = 20.0  # the longest start: a COM daemon's readiness wait of 15 s
