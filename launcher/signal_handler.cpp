@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "launcher/signal_handler.hpp"
 
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
 
 #include "launcher/launcher_flags.hpp"
+#include "support/error_line.hpp"
 
 namespace {
 
@@ -43,19 +43,9 @@ void write_line(int signal)
 {
     char line[64];
     const std::size_t length = format_line(signal, line, sizeof(line));
-    // A lost diagnostic line is no reason to disturb the interrupted code: a failed write
-    // ends the attempt, a short one (a full pipe to the journal) goes on with the rest.
-    std::size_t written = 0;
-    while (written < length) {
-        const ssize_t result = ::write(STDERR_FILENO, line + written, length - written);
-        if (result <= 0) {
-            if (result == -1 && errno == EINTR) {
-                continue;
-            }
-            return;
-        }
-        written += static_cast<std::size_t>(result);
-    }
+    // A lost diagnostic line is no reason to disturb the interrupted code; a short write
+    // (a full pipe to the journal) goes on with the rest.
+    write_error_bytes(line, length);
 }
 
 }  // namespace

@@ -13,8 +13,8 @@ void write_error_bytes(const char* text, std::size_t length) noexcept
 {
     while (length > 0) {
         const ssize_t written = ::write(STDERR_FILENO, text, length);
-        if (written < 0) {
-            if (errno == EINTR) {
+        if (written <= 0) {
+            if (written < 0 && errno == EINTR) {
                 continue;
             }
             return;
