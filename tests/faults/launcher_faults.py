@@ -59,7 +59,10 @@ TABLE = [
     ("posix/proc/kill", ALL, ALL),
     ("posix/proc/waitpid", ALL, DLT),
     ("posix/proc/sigaction", ALL, DLT),
-    ("strata/net/gethostname", ALL, ()),
+    # No row for gethostname: a launcher that ends at once, while the log library's threads
+    # are still starting inside libfiu's wrappers, now and then hangs in its exit inside the
+    # preloads, which says nothing of the launcher. The unreadable host name's lines are
+    # checked by the launcher's failure table, which makes gethostname fail.
     ("strata/time/nanosleep", ALL, ALL),
 ]
 # Waits kept on purpose, by fault point: the modes where a run may not end, and the wait
